@@ -1,0 +1,12 @@
+#ifndef XMLTREE_STRINGCONSUMER_H
+#define XMLTREE_STRINGCONSUMER_H
+
+// Receiver of content texts handed out by TreeNode::collectTagContent.
+// The text is valid only for the duration of the call.
+class StringConsumer {
+public:
+    virtual ~StringConsumer() {}
+    virtual void consumeString(const char* text) = 0;
+};
+
+#endif
