@@ -1,0 +1,62 @@
+#ifndef XMLTREE_FOUNDATION_EXTPTRARRAY_H
+#define XMLTREE_FOUNDATION_EXTPTRARRAY_H
+
+class StringBuffer;
+
+// An ordered array of untyped pointers. The array never owns its elements,
+// except that removeAllObjects deletes them (only for StringBuffer lists).
+//
+// Growth is geometric whatever growBy asks, so appending is amortised O(1).
+// ExtPtrArray(n, growBy) reserves exactly n slots, which keeps the many small
+// children arrays of a tree small. Not copyable.
+class ExtPtrArray {
+public:
+    ExtPtrArray() : m_items(nullptr), m_size(0), m_cap(0) {}  // allocates on first append
+    ExtPtrArray(int initialCapacity, int growBy);
+    ExtPtrArray(const ExtPtrArray&) = delete;
+    ExtPtrArray& operator=(const ExtPtrArray&) = delete;
+    virtual ~ExtPtrArray();  // frees the slots only
+
+    bool append(void* p) {
+        if (m_size == m_cap && !grow(m_size + 1)) return false;
+        m_items[m_size++] = p;
+        return true;
+    }
+    // Inserts before `index`; a negative index reads as 0 and one past the
+    // end appends.
+    bool insertAt(int index, void* p);
+    // Takes out the element at index, keeping the order of the rest, and
+    // returns it; null (and nothing changes) when index is out of range.
+    void* removeAt(int index);
+    void* elementAt(int index) const {
+        return (static_cast<unsigned>(index) < static_cast<unsigned>(m_size)) ? m_items[index]
+                                                                             : nullptr;
+    }
+    void* lastElement() const { return m_size ? m_items[m_size - 1] : nullptr; }
+    void* pop() { return m_size ? m_items[--m_size] : nullptr; }  // null when empty
+    int getSize() const { return m_size; }
+    void removeAll() { m_size = 0; }  // keeps the storage
+    // Deletes every element as a StringBuffer (through its virtual
+    // destructor), then empties the array. Only for arrays of StringBuffer*.
+    void removeAllObjects();
+    StringBuffer* sbAt(int index) const { return static_cast<StringBuffer*>(elementAt(index)); }
+    // Stable sort; compare receives pointers to two slots (void* const*).
+    void sort(int (*compare)(const void*, const void*));
+
+    // Direct access to the slots for tight loops; valid until the next change.
+    void** getItems() const { return m_items; }
+    bool reserve(int capacity);
+    int getCapacity() const { return m_cap; }
+
+private:
+    bool grow(int needed);
+
+    void** m_items;
+    int m_size;
+    int m_cap;
+};
+
+static_assert(sizeof(void*) != 8 || sizeof(ExtPtrArray) == 24,
+              "ExtPtrArray is meant to be 24 bytes on 64-bit targets");
+
+#endif

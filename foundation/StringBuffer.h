@@ -1,0 +1,146 @@
+#ifndef XMLTREE_FOUNDATION_STRINGBUFFER_H
+#define XMLTREE_FOUNDATION_STRINGBUFFER_H
+
+#include <cstdint>
+#include <cstring>
+
+class ExtPtrArray;
+
+// A growable byte string, always NUL-terminated. Sizes and indexes count
+// bytes; the class does no character decoding (the tree keeps UTF-8 in it).
+//
+// Layout: texts of up to kInlineCapacity bytes live inside the object, so a
+// short tag or content needs no second allocation. Longer texts live in a
+// malloc'd block that grows geometrically. The object is exactly 48 bytes.
+//
+// Nothing here throws. When memory runs out, a modifying call returns false
+// and leaves the text as it was.
+class StringBuffer {
+public:
+    static constexpr int kInlineCapacity = 21;  // bytes of text held inline (+ NUL)
+
+    StringBuffer();
+    StringBuffer(const char* s);  // null reads as ""
+    // Holds exactly the first n bytes of s (which need not be NUL-terminated).
+    // The third argument is a hint for the spare room to keep; it does not
+    // change the text.
+    StringBuffer(const char* s, int n, int extraHint);
+    // Empty text with room reserved for `capacity` bytes.
+    explicit StringBuffer(int capacity);
+    StringBuffer(const StringBuffer& other);
+    StringBuffer& operator=(const StringBuffer& other);
+    virtual ~StringBuffer();
+
+    // Heap factories; they return null when memory runs out and never throw.
+    static StringBuffer* createNewSB();
+    static StringBuffer* createNewSB(const char* s);
+    static StringBuffer* createNewSB(int capacity);
+
+    // True while the object is alive; false once its destructor has run.
+    bool isValidObject() const { return m_valid == kAliveMark; }
+
+    // Code-page mark: recorded only, never interpreted (2 means UTF-8).
+    void putCP(int cp) { m_cp = static_cast<uint8_t>(cp); }
+    int getCP() const { return m_cp; }
+
+    // --- appending -------------------------------------------------------
+    bool append(const char* s) { return s ? appendN(s, static_cast<int>(std::strlen(s))) : true; }
+    bool append(const StringBuffer& other) { return appendN(other.m_data, static_cast<int>(other.m_size)); }
+    bool append(int v);             // signed decimal text of v
+    bool append(char c) = delete;   // use appendChar; append(int) would write the code
+    bool appendChar(char c) {
+        if (m_size == m_cap && !growBy(1)) return false;
+        m_data[m_size] = c;
+        m_data[++m_size] = '\0';
+        return true;
+    }
+    bool appendCharN(char c, int n);
+    // Appends exactly n bytes from p, NUL bytes included. p may point into
+    // this buffer's own text.
+    bool appendN(const char* p, int n) {
+        if (n <= 0) return n == 0;
+        if (static_cast<uint32_t>(n) > m_cap - m_size) return appendSlow(p, n);
+        std::memcpy(m_data + m_size, p, static_cast<size_t>(n));
+        m_size += static_cast<uint32_t>(n);
+        m_data[m_size] = '\0';
+        return true;
+    }
+    bool prepend(const char* s);
+
+    // --- replacing -------------------------------------------------------
+    bool setString(const char* s);  // safe when s points into this text
+    bool setString(const StringBuffer& other);
+    void clear() { m_size = 0; m_data[0] = '\0'; }  // keeps the capacity
+    void shorten(int n);  // removes the last n bytes (all of them if n >= size)
+
+    // --- reading ---------------------------------------------------------
+    const char* getString() const { return m_data; }  // never null, "" when empty
+    int getSize() const { return static_cast<int>(m_size); }
+    int getCapacity() const { return static_cast<int>(m_cap); }
+    char charAt(int i) const { return (static_cast<uint32_t>(i) < m_size) ? m_data[i] : '\0'; }
+    // Pointer to byte i; i == getSize() gives the terminating NUL. Null when
+    // i is outside [0, getSize()].
+    const char* pCharAt(int i) const {
+        return (static_cast<uint32_t>(i) <= m_size) ? m_data + i : nullptr;
+    }
+    char lastChar() const { return m_size ? m_data[m_size - 1] : '\0'; }
+
+    bool equals(const char* s) const;
+    bool equalsIgnoreCase(const char* s) const;  // ASCII letters fold
+    int compare(const char* s) const;            // strcmp sign convention
+    bool containsChar(char c) const;
+    bool containsSubstring(const char* s) const;
+    bool containsSubstringNoCase(const char* s) const;
+    bool matches(const char* pattern, bool caseSensitive) const;  // see wildcardMatch
+    // atoi reading (leading white space, optional sign, digits); saturates at
+    // INT_MIN / INT_MAX instead of overflowing.
+    int intValue() const;
+    double doubleValue() const;  // strtod reading; 0 when no number
+
+    // --- editing in place ------------------------------------------------
+    // Replaces every occurrence of `from` by `to` in one left-to-right pass;
+    // replaced text is never scanned again. Returns the number of
+    // replacements (0 also when memory runs out, text then unchanged).
+    int replaceAllOccurances(const char* from, const char* to);
+    int removeCharOccurances(char c);  // returns the number removed
+    // Removes occurrences of c: every one when n is 0, otherwise the first n.
+    int eliminateChar(char c, int n);
+    void toLowerCase();  // ASCII letters only
+    void trim2();        // drops tab, LF, CR and space at both ends
+    // Drops every ASCII byte that is not a letter, digit, '_', '-', '.' or
+    // ':'; bytes 0x80 and above stay.
+    void removeInvalidXmlTagChars();
+
+    // --- capacity ----------------------------------------------------------
+    bool reserve(int totalBytes);  // room for totalBytes of text in all
+    void expectNumBytes(int n, int callerId);  // room for n more bytes
+    void minimizeMemoryUsage();  // gives back spare room (may move back inline)
+
+    // Appends one new heap StringBuffer per piece between separators to out,
+    // in order. Empty pieces are kept ("a||b" gives "a", "", "b"; "" gives one
+    // empty piece). The flags are accepted for compatibility and ignored.
+    // The caller owns the pieces (ExtPtrArray::removeAllObjects frees them).
+    void split(ExtPtrArray& out, char sep, bool flag1, bool flag2) const;
+
+private:
+    static constexpr uint8_t kAliveMark = 0xA7;
+    static constexpr uint8_t kDeadMark = 0x31;
+
+    bool onHeap() const { return m_data != m_inline; }
+    bool growBy(uint32_t extra);          // ensures room for extra more bytes
+    bool growTo(uint32_t neededCap);      // ensures capacity >= neededCap
+    bool appendSlow(const char* p, int n);
+    void releaseHeap();
+
+    char* m_data;     // m_inline or a malloc'd block of m_cap + 1 bytes
+    uint32_t m_size;  // bytes of text, NUL excluded
+    uint32_t m_cap;   // bytes of text that fit, NUL excluded
+    uint8_t m_valid;
+    uint8_t m_cp;
+    char m_inline[kInlineCapacity + 1];
+};
+
+static_assert(sizeof(void*) != 8 || sizeof(StringBuffer) == 48,
+              "StringBuffer is meant to be 48 bytes on 64-bit targets");
+
+#endif
