@@ -24,7 +24,7 @@ public:
     bool append(const DataBuffer& other);
     bool append(const void* bytes, unsigned int n);  // bytes may lie inside this buffer
     bool appendChar(unsigned char b) {
-        if (m_size == m_cap && !growTo(m_size + 1u)) return false;
+        if (m_size == m_cap && (m_size == ~0u || !growTo(m_size + 1u))) return false;
         m_data[m_size++] = b;
         return true;
     }

@@ -14,13 +14,13 @@ class LogBase;
 // 50220 ISO-2022-JP, 437 CP437, 850 CP850, 866 CP866, 874 CP874.
 //
 // Conversions append to `out` and return true when every byte converted. A
-// byte-order mark at the start of UTF-16 input (FF FE for 1200, FE FF for
-// 1201) is dropped, and no UTF-8 mark is written. An invalid or incomplete
-// sequence is reported once per conversion through log.logError (naming the
-// character set and the byte offset); each such byte is written as U+FFFD
-// (for UTF-8 output, "?" otherwise) and the conversion goes on; the result
-// is then false. An unknown code page or name logs a message, appends
-// nothing and returns false.
+// byte-order mark at the start of UTF-8, UTF-16 or UTF-32 input of fixed byte
+// order (FF FE for 1200, FE FF for 1201) is dropped, and no UTF-8 mark is
+// written. On an invalid or incomplete sequence the first one is reported
+// through log.logError (naming the character set and the byte offset); each
+// bad code unit becomes U+FFFD when the target is UTF-8 (and is dropped
+// otherwise), the conversion goes on, and the result is false. An unknown
+// code page or name logs a message, appends nothing and returns false.
 class EncodingConvert {
 public:
     EncodingConvert() {}

@@ -1,0 +1,71 @@
+#include "foundation/ExtPtrArray.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+
+#include "foundation/StringBuffer.h"
+
+ExtPtrArray::ExtPtrArray(int initialCapacity, int /*growBy*/)
+    : m_items(nullptr), m_size(0), m_cap(0) {
+    // Exactly what was asked: most children arrays stay small.
+    if (initialCapacity > 0) reserve(initialCapacity);
+}
+
+ExtPtrArray::~ExtPtrArray() { std::free(m_items); }
+
+bool ExtPtrArray::reserve(int capacity) {
+    if (capacity <= m_cap) return true;
+    if (static_cast<size_t>(capacity) > SIZE_MAX / sizeof(void*)) return false;
+    void** block =
+        static_cast<void**>(std::realloc(m_items, static_cast<size_t>(capacity) * sizeof(void*)));
+    if (!block) return false;
+    m_items = block;
+    m_cap = capacity;
+    return true;
+}
+
+bool ExtPtrArray::grow(int needed) {
+    if (needed <= m_cap) return true;
+    if (needed < 0) return false;  // size overflowed int
+    // Geometric growth (x2, at least 8 slots) whatever growBy asked for.
+    int newCap = (m_cap <= INT_MAX / 2) ? m_cap * 2 : INT_MAX;
+    if (newCap < 8) newCap = 8;
+    if (newCap < needed) newCap = needed;
+    return reserve(newCap);
+}
+
+bool ExtPtrArray::insertAt(int index, void* p) {
+    if (index < 0) index = 0;
+    if (index >= m_size) return append(p);
+    if (m_size == m_cap && (m_size == INT_MAX || !grow(m_size + 1))) return false;
+    std::memmove(m_items + index + 1, m_items + index,
+                 static_cast<size_t>(m_size - index) * sizeof(void*));
+    m_items[index] = p;
+    ++m_size;
+    return true;
+}
+
+void* ExtPtrArray::removeAt(int index) {
+    if (static_cast<unsigned>(index) >= static_cast<unsigned>(m_size)) return nullptr;
+    void* p = m_items[index];
+    std::memmove(m_items + index, m_items + index + 1,
+                 static_cast<size_t>(m_size - index - 1) * sizeof(void*));
+    --m_size;
+    return p;
+}
+
+void ExtPtrArray::removeAllObjects() {
+    // Empty the array first, so that nothing reachable from a destructor
+    // sees half-deleted elements.
+    const int n = m_size;
+    m_size = 0;
+    for (int i = 0; i < n; ++i) delete static_cast<StringBuffer*>(m_items[i]);
+}
+
+void ExtPtrArray::sort(int (*compare)(const void*, const void*)) {
+    if (!compare || m_size < 2) return;
+    std::stable_sort(m_items, m_items + m_size,
+                     [compare](void* const& a, void* const& b) { return compare(&a, &b) < 0; });
+}

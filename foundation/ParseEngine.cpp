@@ -1,0 +1,136 @@
+#include "foundation/ParseEngine.h"
+
+#include <climits>
+#include <cstring>
+
+#include "foundation/DataBuffer.h"
+
+namespace {
+
+// First c at or after p, or the NUL that ends the text.
+inline const char* findCharOrEnd(const char* p, char c) {
+    if (c == '\0') return p + std::strlen(p);
+#if defined(__GLIBC__)
+    return strchrnul(p, c);
+#else
+    const char* q = std::strchr(p, c);
+    return q ? q : p + std::strlen(p);
+#endif
+}
+
+}  // namespace
+
+ParseEngine::ParseEngine() : textPtr(nullptr), cursor(0) { syncPtr(); }
+
+ParseEngine::ParseEngine(const DataBuffer& data) : textPtr(nullptr), cursor(0) {
+    const unsigned int n = data.getSize();
+    if (n && data.getData2()) {
+        const int len = (n > static_cast<unsigned int>(INT_MAX - 1)) ? INT_MAX - 1 : static_cast<int>(n);
+        textBuf.appendN(reinterpret_cast<const char*>(data.getData2()), len);
+    }
+    syncPtr();
+}
+
+ParseEngine::~ParseEngine() {}
+
+bool ParseEngine::append(const char* s) {
+    const bool ok = textBuf.append(s);
+    syncPtr();
+    return ok;
+}
+
+bool ParseEngine::appendN(const char* p, int n) {
+    const bool ok = textBuf.appendN(p, n);
+    syncPtr();
+    return ok;
+}
+
+void ParseEngine::captureToNext(const char* delimiters, StringBuffer& out) {
+    const char* start = textPtr + cursor;
+    // strcspn builds its byte table once per call and stops at the NUL.
+    const size_t n = std::strcspn(start, delimiters ? delimiters : "");
+    captureSpan(start, static_cast<int>(n), out);
+}
+
+void ParseEngine::captureToNext2(const char* delimiters, StringBuffer& out) {
+    const char* start = textPtr + cursor;
+    const char d0 = delimiters ? delimiters[0] : '\0';
+    const char d1 = d0 ? delimiters[1] : '\0';
+    const char* p;
+    if (d1 == '\0' || d1 == d0) {
+        p = findCharOrEnd(start, d0);
+    } else {
+        p = start;
+        for (char c = *p; c != d0 && c != d1 && c != '\0'; c = *++p) {
+        }
+    }
+    captureSpan(start, static_cast<int>(p - start), out);
+}
+
+void ParseEngine::captureToNext5(const char* delimiters, StringBuffer& out) {
+    captureToNext(delimiters, out);
+}
+
+void ParseEngine::captureToNext7(const char* delimiters, StringBuffer& out) {
+    captureToNext(delimiters, out);
+}
+
+void ParseEngine::captureToNextChar(char c, StringBuffer& out) {
+    const char* start = textPtr + cursor;
+    captureSpan(start, static_cast<int>(findCharOrEnd(start, c) - start), out);
+}
+
+void ParseEngine::skipUntilChar(char c) {
+    const char* start = textPtr + cursor;
+    cursor += static_cast<int>(findCharOrEnd(start, c) - start);
+}
+
+bool ParseEngine::skipUntilChar2(char first, char second) {
+    const char* p = textPtr + cursor;
+    char c = *p;
+    while (c != first && c != second && c != '\0') c = *++p;
+    cursor = static_cast<int>(p - textPtr);
+    return c != '\0' && c == first;
+}
+
+bool ParseEngine::seekAndSkipExact(const char* s) {
+    if (!s) s = "";
+    const char* start = textPtr + cursor;
+    const char* hit = std::strstr(start, s);
+    if (!hit) {
+        cursor += static_cast<int>(std::strlen(start));
+        return false;
+    }
+    cursor = static_cast<int>(hit - textPtr) + static_cast<int>(std::strlen(s));
+    return true;
+}
+
+void ParseEngine::seekAndCopy(const char* s, StringBuffer& out) {
+    if (!s) s = "";
+    const char* start = textPtr + cursor;
+    const char* hit = std::strstr(start, s);
+    const char* stop = hit ? hit + std::strlen(s) : start + std::strlen(start);
+    captureSpan(start, static_cast<int>(stop - start), out);
+}
+
+bool ParseEngine::seekAndCopyToClosing(char open, char close, int depth, StringBuffer& out) {
+    const char* start = textPtr + cursor;
+    const char* p = start;
+    const char stops[3] = {open, close, '\0'};
+    for (;;) {
+        p += std::strcspn(p, stops);
+        const char c = *p;
+        if (c == '\0') {
+            captureSpan(start, static_cast<int>(p - start), out);
+            return false;
+        }
+        ++p;
+        if (c == close) {
+            if (--depth <= 0) break;
+        } else {
+            ++depth;
+        }
+    }
+    captureSpan(start, static_cast<int>(p - start), out);
+    return true;
+}
