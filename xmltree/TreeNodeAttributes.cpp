@@ -1,0 +1,95 @@
+// A node's attributes. The set is made on the first write; every lookup
+// answers for a node without one as for an empty set.
+
+#include <new>
+
+#include "xmltree/TreeNode.h"
+
+namespace {
+
+bool isBadNameStart(char c) {
+    return (c >= '0' && c <= '9') || c == '.' || c == '-';
+}
+
+}  // namespace
+
+void TreeNode::addAttribute(const char* name, const char* value) {
+    if (!name || !*name) return;
+    StringBuffer cleaned(name);
+    cleaned.removeInvalidXmlTagChars();
+    // Decided on the name as given: " 1a" keeps no prefix even though
+    // cleaning leaves it starting with a digit.
+    if (isBadNameStart(name[0])) cleaned.prepend("A");
+    if (!attributes) {
+        attributes = new (std::nothrow) AttributeSet();
+        if (!attributes) return;
+    }
+    attributes->addAttribute(cleaned.getString(), value);
+}
+
+bool TreeNode::updateAttribute(const char* name, const char* value) {
+    if (!attributes) {
+        attributes = new (std::nothrow) AttributeSet();
+        if (!attributes) return false;
+    }
+    if (attributes->hasAttribute(name)) attributes->removeAttribute(name);
+    return attributes->addAttribute(name, value);
+}
+
+bool TreeNode::removeAttribute(const char* name) {
+    return attributes ? attributes->removeAttribute(name) : false;
+}
+
+void TreeNode::removeAllAttributes() {
+    if (attributes) attributes->clear();
+}
+
+bool TreeNode::getAttributeValue(const char* name, StringBuffer& out) const {
+    return attributes ? attributes->getAttributeValue(name, out) : false;
+}
+
+bool TreeNode::getAttributeValue(int index, StringBuffer& out) const {
+    return attributes ? attributes->getAttributeValue(index, out) : false;
+}
+
+bool TreeNode::getAttributePair(int index, StringBuffer& name, StringBuffer& value) const {
+    return attributes ? attributes->getAttribute(index, name, value) : false;
+}
+
+bool TreeNode::getAttributeName(int index, StringBuffer& out) const {
+    return attributes ? attributes->getAttributeName(index, out) : false;
+}
+
+int TreeNode::getNumAttributes() const {
+    return attributes ? attributes->getSize() : 0;
+}
+
+bool TreeNode::hasAttribute(const char* name) {
+    return attributes ? attributes->hasAttribute(name) : false;
+}
+
+bool TreeNode::hasMatchingAttribute(const char* name, const char* pattern) {
+    return attributes ? attributes->hasMatchingAttribute(name, pattern) : false;
+}
+
+bool TreeNode::hasAttributeWithValue(const char* name, const char* value) {
+    return attributes ? attributes->hasAttrWithValue(name, value) : false;
+}
+
+bool TreeNode::hasAttributeWithValue(StringPair& pair) {
+    return attributes ? attributes->hasAttrWithValue(pair.getKey(), pair.getValue()) : false;
+}
+
+void TreeNode::copyAttributes(TreeNode& from) {
+    if (attributes) attributes->clear();
+    if (!from.attributes) return;
+    int n = from.attributes->getSize();
+    if (n == 0) return;
+    StringBuffer name;
+    StringBuffer value;
+    for (int i = 0; i < n; ++i) {
+        if (!from.attributes->getAttribute(i, name, value)) continue;
+        name.trim2();
+        if (name.getSize() != 0) addAttribute(name.getString(), value.getString());
+    }
+}

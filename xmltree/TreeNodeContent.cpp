@@ -1,0 +1,155 @@
+// A node's text content, its CDATA flag, and the repair of tag names that
+// may not begin an XML name.
+
+#include "xmltree/TreeNode.h"
+
+namespace {
+
+// A name may not begin with these; a leading "A" makes it legal.
+bool isBadNameStart(char c) {
+    return (c >= '0' && c <= '9') || c == '.' || c == '-';
+}
+
+}  // namespace
+
+void TreeNode::ensureLegalTagStartChar() {
+    if (!tag || tag->getSize() == 0) return;
+    if (isBadNameStart(tag->charAt(0))) tag->prepend("A");
+}
+
+// ---- writing ----------------------------------------------------------------
+
+bool TreeNode::ensureContentObj() {
+    if (!content) content = StringBuffer::createNewSB();
+    return content != nullptr;
+}
+
+StringBuffer* TreeNode::getOrCreateContentSb() {
+    if (!content) content = StringBuffer::createNewSB(120);
+    return content;
+}
+
+void TreeNode::setContentN(const char* s, int n) {
+    if (!s) {
+        if (content) content->clear();
+        return;
+    }
+    if (content) {
+        content->clear();
+    } else {
+        content = StringBuffer::createNewSB();
+        if (!content) return;
+    }
+    content->appendN(s, n);
+}
+
+void TreeNode::setContentUtf8Data(const DataBuffer& data) {
+    setContentN(reinterpret_cast<const char*>(data.getData2()), static_cast<int>(data.getSize()));
+}
+
+void TreeNode::setContentUtf8(const char* s) {
+    if (!s) {
+        if (content) content->clear();
+        return;
+    }
+    if (content) {
+        content->setString(s);
+    } else {
+        content = StringBuffer::createNewSB(s);
+        if (!content) return;
+    }
+    content->putCP(2);
+}
+
+void TreeNode::appendContent(const char* s) {
+    if (!s || !*s) return;
+    if (!content) {
+        content = StringBuffer::createNewSB(s);
+    } else {
+        content->append(s);
+    }
+}
+
+void TreeNode::appendContentN(const char* s, int n) {
+    if (!s || !*s) return;
+    if (!content) {
+        content = StringBuffer::createNewSB();
+        if (!content) return;
+    }
+    content->appendN(s, n);
+}
+
+void TreeNode::appendContent(const DataBuffer& data) {
+    unsigned int n = data.getSize();
+    if (n == 0) return;
+    if (!content) {
+        content = StringBuffer::createNewSB();
+        if (content) content->expectNumBytes(static_cast<int>(n), 1001);
+    }
+    if (content)
+        content->appendN(reinterpret_cast<const char*>(data.getData2()), static_cast<int>(n));
+}
+
+void TreeNode::appendContentChar(char c) {
+    if (!content) {
+        content = StringBuffer::createNewSB();
+        if (!content) return;
+    }
+    content->appendChar(c);
+}
+
+void TreeNode::appendContentInt(int v) {
+    if (!content) {
+        content = StringBuffer::createNewSB();
+        if (!content) return;
+    }
+    content->append(v);
+}
+
+void TreeNode::setCdata(bool b) {
+    cdata = b;
+}
+
+// ---- reading ----------------------------------------------------------------
+
+const char* TreeNode::getContent() const {
+    return content ? content->getString() : "";
+}
+
+StringBuffer* TreeNode::getContentSb() {
+    return content;
+}
+
+StringBuffer* TreeNode::getContentSb_const() const {
+    return content;
+}
+
+int TreeNode::getContentSize() const {
+    return content ? content->getSize() : 0;
+}
+
+bool TreeNode::hasContent() const {
+    return content && content->getSize() != 0;
+}
+
+int TreeNode::getContentIntValue() const {
+    return content ? content->intValue() : 0;
+}
+
+double TreeNode::getContentDblValue() const {
+    return content ? content->doubleValue() : 0.0;
+}
+
+bool TreeNode::contentEquals(const char* s, bool caseSensitive) const {
+    if (!content) return false;
+    return caseSensitive ? content->equals(s) : content->equalsIgnoreCase(s);
+}
+
+bool TreeNode::contentMatches(const char* pattern, bool caseSensitive) const {
+    if (!content) return false;
+    return content->matches(pattern, caseSensitive);
+}
+
+bool TreeNode::getCdata() const {
+    return cdata;
+}

@@ -1,0 +1,266 @@
+// Node and tree record lifetime: construction, destruction, roots, tags and
+// tree references.
+
+#include <atomic>
+#include <new>
+
+#include "xmltree/TreeNode.h"
+
+static_assert(sizeof(void*) != 8 || sizeof(TreeNode) == 88,
+              "TreeNode grew: every element of every document pays for each byte");
+
+namespace {
+
+// Trees may be created on different threads; the atomic keeps ids unique.
+std::atomic<int> NextTreeID{100};
+
+// The children still waiting to be destroyed by the outermost ~TreeNode on
+// this thread. Nested destructors hand their children to it instead of
+// deleting them, so destroying a deep tree never recurses.
+thread_local ExtPtrArray* tnDestroyList = nullptr;
+
+// Pushes in reverse so that child 0 is popped (and destroyed) first.
+bool pushChildrenReversed(ExtPtrArray& list, ExtPtrArray& kids) {
+    void** items = kids.getItems();
+    for (int i = kids.getSize() - 1; i >= 0; --i) {
+        if (!list.append(items[i])) return false;
+    }
+    return true;
+}
+
+// Used only when the worklist cannot grow: plain deletion in index order.
+void deleteChildrenDirectly(ExtPtrArray& kids) {
+    int n = kids.getSize();
+    for (int i = 0; i < n; ++i) {
+        TreeNode* child = static_cast<TreeNode*>(kids.elementAt(i));
+        if (child && child->getMagic() == kTreeMagicAlive) delete child;
+    }
+}
+
+void drainDestroyList(ExtPtrArray& list) {
+    while (list.getSize() > 0) {
+        TreeNode* node = static_cast<TreeNode*>(list.pop());
+        if (node && node->getMagic() == kTreeMagicAlive) delete node;
+    }
+}
+
+// Either hands the children to the active worklist or, for the outermost
+// destructor, runs the worklist until the whole subtree is gone.
+void destroyChildren(ExtPtrArray& kids) {
+    if (tnDestroyList) {
+        int mark = tnDestroyList->getSize();
+        if (pushChildrenReversed(*tnDestroyList, kids)) return;
+        while (tnDestroyList->getSize() > mark)
+            tnDestroyList->pop();
+        deleteChildrenDirectly(kids);
+        return;
+    }
+    ExtPtrArray list;
+    if (!pushChildrenReversed(list, kids)) {
+        deleteChildrenDirectly(kids);
+        return;
+    }
+    tnDestroyList = &list;
+    drainDestroyList(list);
+    tnDestroyList = nullptr;
+}
+
+template <class MakeNode>
+TreeNode* makeRoot(MakeNode make) {
+    TreeNode* node = nullptr;
+    try {
+        node = make();
+    } catch (...) {
+        return nullptr;
+    }
+    if (!node) return nullptr;
+    TreeInfo* info = nullptr;
+    try {
+        info = new TreeInfo();
+    } catch (...) {
+        info = nullptr;
+    }
+    if (!info) {
+        delete node;
+        return nullptr;
+    }
+    node->setInfoRecursive(info);
+    info->root = node;
+    return node;
+}
+
+}  // namespace
+
+// ---- TreeInfo -------------------------------------------------------------
+
+TreeInfo::TreeInfo()
+    : magic(kTreeMagicAlive),
+      root(nullptr),
+      xmlDecl(nullptr),
+      styleSheets(),
+      processing(nullptr),
+      docType(nullptr),
+      treeId(NextTreeID.fetch_add(1)),
+      refCount(0) {}
+
+TreeInfo::~TreeInfo() {
+    magic = kTreeMagicDead;
+    delete docType;
+    docType = nullptr;
+    delete processing;
+    processing = nullptr;
+    if (xmlDecl && xmlDecl->magic == kTreeMagicAlive) delete xmlDecl;
+    xmlDecl = nullptr;
+    int n = styleSheets.getSize();
+    for (int i = 0; i < n; ++i) {
+        TreeNode* sheet = static_cast<TreeNode*>(styleSheets.elementAt(i));
+        if (sheet && sheet->magic == kTreeMagicAlive) delete sheet;
+    }
+}
+
+// ---- TreeNode construction ----------------------------------------------
+
+TreeNode::TreeNode()
+    : treeInfo(nullptr),
+      tag(nullptr),
+      attributes(nullptr),
+      content(nullptr),
+      localRefCount(0),
+      cdata(false),
+      children(nullptr),
+      parent(nullptr),
+      nextSibling(nullptr),
+      prevSibling(nullptr),
+      magic(kTreeMagicAlive) {}
+
+TreeNode::TreeNode(const char* tagText, const char* contentText, int) : TreeNode() {
+    if (tagText && *tagText) _setMyTag(tagText);
+    if (contentText && *contentText) content = StringBuffer::createNewSB(contentText);
+}
+
+TreeNode::TreeNode(const char* tagText, DataBuffer& bytes, int) : TreeNode() {
+    if (tagText && *tagText) _setMyTag(tagText);
+    if (bytes.getSize() == 0) return;
+    content = StringBuffer::createNewSB();
+    if (content) {
+        content->appendN(reinterpret_cast<const char*>(bytes.getData2()),
+                         static_cast<int>(bytes.getSize()));
+    }
+}
+
+TreeNode::TreeNode(const TreeNode&) : TreeNode() {}
+
+TreeNode::~TreeNode() {
+    magic = kTreeMagicDead;
+    _releaseMyTagSB();
+    delete content;
+    content = nullptr;
+    delete attributes;
+    attributes = nullptr;
+    if (children) {
+        destroyChildren(*children);
+        delete children;
+        children = nullptr;
+    }
+    parent = nullptr;
+    nextSibling = nullptr;
+    prevSibling = nullptr;
+    localRefCount = 0;
+    if (treeInfo && treeInfo->root == this) {
+        if (treeInfo->magic == kTreeMagicAlive) delete treeInfo;
+        treeInfo = nullptr;
+    }
+}
+
+TreeNode* TreeNode::createRoot(const char* tagText) {
+    return makeRoot([tagText] { return new TreeNode(tagText, nullptr, 0); });
+}
+
+TreeNode* TreeNode::createRoot2(const char* tagText, const char* contentText) {
+    return makeRoot([tagText, contentText] { return new TreeNode(tagText, contentText, 0); });
+}
+
+TreeNode* TreeNode::createRoot3(const char* tagText, DataBuffer& bytes) {
+    return makeRoot([tagText, &bytes] { return new TreeNode(tagText, bytes, 0); });
+}
+
+// ---- tags -----------------------------------------------------------------
+
+const char* TreeNode::getTag() const {
+    return tag ? tag->getString() : "";
+}
+
+StringBuffer* TreeNode::_getMyTagSB2() {
+    return tag;
+}
+
+void TreeNode::_setMyTag(const char* tagText) {
+    if (!tag) {
+        if (!tagText) return;
+        tag = StringBuffer::createNewSB(tagText);
+        if (!tag) return;
+    } else {
+        tag->setString(tagText ? tagText : "");
+        tag->minimizeMemoryUsage();
+    }
+    tag->removeInvalidXmlTagChars();
+}
+
+void TreeNode::setTag(const char* tagText) {
+    _setMyTag(tagText);
+}
+
+void TreeNode::_releaseMyTagSB() {
+    if (tag && tag->isValidObject()) {
+        delete tag;
+        tag = nullptr;
+    }
+}
+
+// ---- tree references --------------------------------------------------------
+
+bool TreeNode::incTreeRefCount() {
+    ++localRefCount;
+    if (treeInfo && treeInfo->magic == kTreeMagicAlive) {
+        ++treeInfo->refCount;
+        return true;
+    }
+    return false;
+}
+
+bool TreeNode::decTreeRefCount() {
+    bool treeDone = true;
+    if (treeInfo) {
+        if (treeInfo->magic != kTreeMagicAlive || treeInfo->refCount <= 0) {
+            treeDone = false;
+        } else {
+            --treeInfo->refCount;
+        }
+    }
+    bool result = localRefCount != 0 && treeDone;
+    if (localRefCount > 0) --localRefCount;
+    return result;
+}
+
+int TreeNode::getTreeRefCount() const {
+    if (treeInfo && treeInfo->magic == kTreeMagicAlive) return treeInfo->refCount;
+    return 0;
+}
+
+void TreeNode::deleteTree() {
+    if (!treeInfo) return;
+    TreeNode* root = treeInfo->root;
+    if (root && root->magic == kTreeMagicAlive) delete root;
+}
+
+TreeNode* TreeNode::getRoot() const {
+    return treeInfo ? treeInfo->root : nullptr;
+}
+
+int TreeNode::getTreeId() const {
+    return treeInfo ? treeInfo->treeId : 0;
+}
+
+TreeNode* TreeNode::getParent() const {
+    return parent;
+}
