@@ -1,0 +1,217 @@
+// Content extraction: gathering the text of a subtree, and picking out the
+// node that carries the most (or the first significant) text.
+
+#include <strings.h>
+
+#include <cstring>
+
+#include "foundation/DataBuffer.h"
+#include "foundation/ExtPtrArray.h"
+#include "foundation/StringBuffer.h"
+#include "xmltree/TreeNode.h"
+#include "xmltree/TreeWalk.h"
+
+class TreeExtract {
+  public:
+    static const char* tagText(const TreeNode* n) { return n->tag ? n->tag->getString() : ""; }
+
+    // The node's content text, "" without a content buffer, or null when the
+    // buffer yields no string (such a node contributes nothing).
+    static const char* contentText(const TreeNode* n) {
+        return n->content ? n->content->getString() : "";
+    }
+
+    static int contentSize(const TreeNode* n) { return n->content ? n->content->getSize() : 0; }
+    static const StringBuffer* content(const TreeNode* n) { return n->content; }
+    static const AttributeSet* attributes(const TreeNode* n) { return n->attributes; }
+    static ExtPtrArray* children(const TreeNode* n) { return n->children; }
+
+    // The names of a "|"-separated skip list, released when the list goes.
+    class SkipList {
+      public:
+        explicit SkipList(const char* names) {
+            if (names) StringBuffer(names).split(m_names, '|', false, false);
+        }
+        ~SkipList() { m_names.removeAllObjects(); }
+        SkipList(const SkipList&) = delete;
+        SkipList& operator=(const SkipList&) = delete;
+
+        bool cuts(const TreeNode* n) const {
+            int count = m_names.getSize();
+            if (count == 0) return false;
+            const char* tag = tagText(n);
+            for (int i = 0; i < count; ++i) {
+                if (m_names.sbAt(i)->equals(tag)) return true;
+            }
+            return false;
+        }
+
+      private:
+        ExtPtrArray m_names;
+    };
+
+    static WalkStep descendUnless(bool cut) {
+        return cut ? WalkStep::kSkipChildren : WalkStep::kDescend;
+    }
+
+    static bool sameTag(const TreeNode* n, const char* tag) {
+        const char* t = tagText(n);
+        return t[0] == tag[0] && std::strcmp(t, tag) == 0;
+    }
+
+    static int countLetters(const char* text, int size);
+    static bool isSignificant(const TreeNode* n, int minLength, ExtPtrArray& skipTags,
+                              int numSkipTags, ExtPtrArray& excludeTexts);
+    static void appendBase64Piece(const TreeNode* n, DataBuffer& out, ExtPtrArray* externals);
+};
+
+void TreeNode::getAllContent(StringBuffer& out, char separator) {
+    walkBreadthFirst(this, [&](TreeNode* n) {
+        const char* text = TreeExtract::contentText(n);
+        if (text) out.append(text);
+        out.appendChar(separator);
+        return WalkStep::kDescend;
+    });
+    out.shorten(1);
+}
+
+void TreeNode::accumulateContent(StringBuffer& out, const char* skipTags) {
+    TreeExtract::SkipList skip(skipTags);
+    bool first = true;
+    walkBreadthFirst(this, [&](TreeNode* n) {
+        const char* text = TreeExtract::contentText(n);
+        if (text) {
+            if (!first) out.appendChar(' ');
+            out.append(text);
+            first = false;
+        }
+        return TreeExtract::descendUnless(skip.cuts(n));
+    });
+}
+
+void TreeNode::accumulateTagContent(const char* tag, StringBuffer& out, const char* skipTags) {
+    if (!tag) return;
+    TreeExtract::SkipList skip(skipTags);
+    bool first = true;
+    walkBreadthFirst(this, [&](TreeNode* n) {
+        const char* text = TreeExtract::sameTag(n, tag) ? TreeExtract::contentText(n) : nullptr;
+        if (text) {
+            if (!first) out.appendChar(' ');
+            out.append(text);
+            first = false;
+        }
+        return TreeExtract::descendUnless(skip.cuts(n));
+    });
+}
+
+void TreeNode::collectTagContent(const char* tag, StringConsumer* consumer) {
+    if (!tag || !consumer) return;
+    walkBreadthFirst(this, [&](TreeNode* n) {
+        if (TreeExtract::sameTag(n, tag)) {
+            const char* text = TreeExtract::contentText(n);
+            if (text) consumer->consumeString(text);
+        }
+        return WalkStep::kDescend;
+    });
+}
+
+// A short content marked src="ext" is an index into the caller's externals;
+// anything of 8 bytes or more is base64, whatever its attributes say.
+void TreeExtract::appendBase64Piece(const TreeNode* n, DataBuffer& out, ExtPtrArray* externals) {
+    const char* text = contentText(n);
+    if (!text) return;
+    if (contentSize(n) >= 8) {
+        out.appendEncoded(text, "base64");
+        return;
+    }
+    const AttributeSet* attrs = attributes(n);
+    if (externals && attrs && attrs->hasAttrWithValue("src", "ext")) {
+        int index = content(n) ? content(n)->intValue() : 0;
+        const DataBuffer* data = static_cast<const DataBuffer*>(externals->elementAt(index));
+        if (data) out.append(*data);
+        return;
+    }
+    out.appendEncoded(text, "base64");
+}
+
+void TreeNode::accumulateBase64Content(DataBuffer& out, ExtPtrArray* externals) {
+    walkBreadthFirst(this, [&](TreeNode* n) {
+        TreeExtract::appendBase64Piece(n, out, externals);
+        return WalkStep::kDescend;
+    });
+}
+
+// Letters of ASCII only; "&nbsp;" is padding, not text, so its letters do not
+// count, while any other entity's name does.
+int TreeExtract::countLetters(const char* text, int size) {
+    int letters = 0;
+    int i = 0;
+    while (i < size) {
+        char c = text[i];
+        if (c == '&') {
+            i += (size - i >= 6 && std::memcmp(text + i, "&nbsp;", 6) == 0) ? 6 : 1;
+            continue;
+        }
+        if ((c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z')) ++letters;
+        ++i;
+    }
+    return letters;
+}
+
+bool TreeExtract::isSignificant(const TreeNode* n, int minLength, ExtPtrArray& skipTags,
+                                int numSkipTags, ExtPtrArray& excludeTexts) {
+    int size = contentSize(n);
+    if (size <= minLength) return false;
+    const char* tag = tagText(n);
+    for (int i = 0; i < numSkipTags; ++i) {
+        const StringBuffer* name = skipTags.sbAt(i);
+        if (name && strcasecmp(name->getString(), tag) == 0) return false;
+    }
+    const StringBuffer* text = content(n);
+    if (!text) return minLength <= 0;
+    int numExcluded = excludeTexts.getSize();
+    for (int i = 0; i < numExcluded; ++i) {
+        const StringBuffer* bad = excludeTexts.sbAt(i);
+        if (bad && text->containsSubstring(bad->getString())) return false;
+    }
+    return countLetters(text->getString(), size) >= minLength;
+}
+
+// Depth-first pre-order (document order) on an explicit stack, stopping at
+// the first result so that a large document is not read to its end.
+TreeNode* TreeNode::firstSignificantContent(int skipCount, int minLength, ExtPtrArray& skipTags,
+                                            ExtPtrArray& excludeTexts) {
+    int numSkipTags = skipTags.getSize();
+    int found = 0;
+    ExtPtrArray stack;
+    stack.append(this);
+    while (stack.getSize() > 0) {
+        TreeNode* n = static_cast<TreeNode*>(stack.pop());
+        if (TreeExtract::isSignificant(n, minLength, skipTags, numSkipTags, excludeTexts) &&
+            ++found > skipCount) {
+            return n;
+        }
+        ExtPtrArray* kids = TreeExtract::children(n);
+        if (!kids) continue;
+        for (int i = kids->getSize() - 1; i >= 0; --i) {
+            void* kid = kids->elementAt(i);
+            if (kid) stack.append(kid);
+        }
+    }
+    return nullptr;
+}
+
+TreeNode* TreeNode::findBiggestContent(int minSize, int maxSize, const char* excludeTag) {
+    TreeNode* best = nullptr;
+    int bestSize = 0;
+    walkBreadthFirst(this, [&](TreeNode* n) {
+        int size = TreeExtract::contentSize(n);
+        if (size > bestSize && size >= minSize && size <= maxSize &&
+            (!excludeTag || strcasecmp(TreeExtract::tagText(n), excludeTag) != 0)) {
+            best = n;
+            bestSize = size;
+        }
+        return WalkStep::kDescend;
+    });
+    return best;
+}
