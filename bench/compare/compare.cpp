@@ -88,7 +88,9 @@ void* realloc(void* p, size_t n) noexcept {
     if (g_countAllocs) ++g_allocCalls;
     return __libc_realloc(p, n);
 }
-void free(void* p) noexcept { __libc_free(p); }
+void free(void* p) noexcept {
+    __libc_free(p);
+}
 }
 static constexpr bool kAllocCountKnown = true;
 #else
@@ -118,7 +120,7 @@ double median(std::vector<double> v) {
 // ---- the libraries behind one interface ------------------------------------
 
 class Lib {
-public:
+  public:
     virtual ~Lib() = default;
     virtual const char* name() const = 0;
     // Builds a tree from the bytes; false when the library gives none.
@@ -133,7 +135,7 @@ public:
 };
 
 class OursLib : public Lib {
-public:
+  public:
     ~OursLib() override {
         releaseOutput();
         releaseTree();
@@ -162,20 +164,21 @@ public:
             stack.pop_back();
             ++n;
             int kids = node->getNumChildren();
-            for (int i = 0; i < kids; ++i) stack.push_back(node->getChild(i));
+            for (int i = 0; i < kids; ++i)
+                stack.push_back(node->getChild(i));
         }
         return n;
     }
     TreeNode* root() const { return root_; }
     const StringBuffer* output() const { return out_.get(); }
 
-private:
+  private:
     TreeNode* root_ = nullptr;
     std::unique_ptr<StringBuffer> out_;
 };
 
 class PugiLib : public Lib {
-public:
+  public:
     const char* name() const override { return "pugixml"; }
     bool parse(const char* data, size_t len) override {
         doc_ = std::make_unique<pugi::xml_document>();
@@ -202,7 +205,7 @@ public:
         return n;
     }
 
-private:
+  private:
     struct StringWriter : pugi::xml_writer {
         std::string text;
         void write(const void* data, size_t size) override {
@@ -214,7 +217,7 @@ private:
 };
 
 class TinyLib : public Lib {
-public:
+  public:
     const char* name() const override { return "tinyxml2"; }
     bool parse(const char* data, size_t len) override {
         doc_ = std::make_unique<tinyxml2::XMLDocument>();
@@ -244,7 +247,7 @@ public:
         return n;
     }
 
-private:
+  private:
     std::unique_ptr<tinyxml2::XMLDocument> doc_;
     std::unique_ptr<tinyxml2::XMLPrinter> printer_;
 };
@@ -253,7 +256,7 @@ void quietGeneric(void*, const char*, ...) {}
 void quietStructured(void*, xmlErrorPtr) {}
 
 class Libxml2Lib : public Lib {
-public:
+  public:
     Libxml2Lib() {
         xmlInitParser();
         xmlSetGenericErrorFunc(nullptr, quietGeneric);
@@ -285,13 +288,15 @@ public:
     size_t countElements() override {
         size_t n = 0;
         std::vector<xmlNodePtr> stack;
-        for (xmlNodePtr c = doc_->children; c; c = c->next) stack.push_back(c);
+        for (xmlNodePtr c = doc_->children; c; c = c->next)
+            stack.push_back(c);
         while (!stack.empty()) {
             xmlNodePtr node = stack.back();
             stack.pop_back();
             if (node->type != XML_ELEMENT_NODE) continue;
             ++n;
-            for (xmlNodePtr c = node->children; c; c = c->next) stack.push_back(c);
+            for (xmlNodePtr c = node->children; c; c = c->next)
+                stack.push_back(c);
         }
         return n;
     }
@@ -299,7 +304,7 @@ public:
     // Strict parsing first; a rejected file is measured in recovery mode.
     void setRecover(bool on) { options_ = on ? XML_PARSE_RECOVER : 0; }
 
-private:
+  private:
     xmlDocPtr doc_ = nullptr;
     xmlChar* out_ = nullptr;
     int options_ = 0;
@@ -368,7 +373,9 @@ struct OurBreakdown {
     size_t childArrays = 0, childArrayBytes = 0;
 };
 
-size_t chunk(const void* p) { return p ? malloc_usable_size(const_cast<void*>(p)) + 8 : 0; }
+size_t chunk(const void* p) {
+    return p ? malloc_usable_size(const_cast<void*>(p)) + 8 : 0;
+}
 
 void addBuffer(const StringBuffer* sb, size_t& count, size_t& bytes, size_t& heapTexts) {
     if (!sb) return;
@@ -410,12 +417,13 @@ void printBreakdown(const OurBreakdown& b, const Figures& f) {
     double n = b.nodes ? static_cast<double>(b.nodes) : 1;
     size_t known = b.nodeBytes + b.tagBytes + b.contentBytes + b.attrSetBytes + b.childArrayBytes;
     size_t rest = f.heapBytes > known ? f.heapBytes - known : 0;
-    std::printf("  xmltree heap per element: node %.1f (sizeof %zu), tag %.1f (%zu buffers, %zu "
-                "on heap), content %.1f (%zu buffers, %zu on heap), attribute set objects %.1f "
-                "(%zu sets), children arrays %.1f (%zu), rest (attribute storage, prolog) %.1f\n",
-                b.nodeBytes / n, sizeof(TreeNode), b.tagBytes / n, b.tags, b.tagHeapTexts,
-                b.contentBytes / n, b.contents, b.contentHeapTexts, b.attrSetBytes / n,
-                b.attrSets, b.childArrayBytes / n, b.childArrays, rest / n);
+    std::printf(
+        "  xmltree heap per element: node %.1f (sizeof %zu), tag %.1f (%zu buffers, %zu "
+        "on heap), content %.1f (%zu buffers, %zu on heap), attribute set objects %.1f "
+        "(%zu sets), children arrays %.1f (%zu), rest (attribute storage, prolog) %.1f\n",
+        b.nodeBytes / n, sizeof(TreeNode), b.tagBytes / n, b.tags, b.tagHeapTexts,
+        b.contentBytes / n, b.contents, b.contentHeapTexts, b.attrSetBytes / n, b.attrSets,
+        b.childArrayBytes / n, b.childArrays, rest / n);
 }
 
 // Heap, allocation count and element count of one parse, outside any timing.
@@ -459,7 +467,8 @@ bool readFile(const std::string& path, std::string& out) {
     out.clear();
     char block[1 << 16];
     size_t n;
-    while ((n = std::fread(block, 1, sizeof block, f)) > 0) out.append(block, n);
+    while ((n = std::fread(block, 1, sizeof block, f)) > 0)
+        out.append(block, n);
     std::fclose(f);
     return true;
 }
@@ -507,7 +516,9 @@ struct FileResult {
     std::vector<Figures> libs;  // in the order of the libraries
 };
 
-double mbps(size_t bytes, double sec) { return sec > 0 ? bytes / sec / 1e6 : 0; }
+double mbps(size_t bytes, double sec) {
+    return sec > 0 ? bytes / sec / 1e6 : 0;
+}
 
 FileResult measureFile(const std::string& path, std::vector<std::unique_ptr<Lib>>& libs,
                        const Settings& settings) {
@@ -526,9 +537,10 @@ FileResult measureFile(const std::string& path, std::vector<std::unique_ptr<Lib>
         bool ours = lib.get() == libs[0].get();
         r.libs.push_back(measureHeap(*lib, data, ours ? &breakdown : nullptr));
         if (lib.get() == xml2 && !r.libs.back().parsed) {
-            std::printf("  libxml2 rejects %s with default options; measuring with "
-                        "XML_PARSE_RECOVER (*)\n",
-                        r.name.c_str());
+            std::printf(
+                "  libxml2 rejects %s with default options; measuring with "
+                "XML_PARSE_RECOVER (*)\n",
+                r.name.c_str());
             xml2->setRecover(true);
             r.libs.back() = measureHeap(*lib, data, nullptr);
         }
@@ -550,8 +562,8 @@ FileResult measureFile(const std::string& path, std::vector<std::unique_ptr<Lib>
     std::printf("%s: %zu bytes, %d rounds\n", r.name.c_str(), r.bytes, rounds);
     std::printf("  %-9s %9s %9s %10s %9s %9s %10s\n", "library", "parse", "write", "written",
                 "elements", "heap", "mallocs");
-    std::printf("  %-9s %9s %9s %10s %9s %9s %10s\n", "", "MB/s", "MB/s", "bytes", "",
-                "B/elem", "per elem");
+    std::printf("  %-9s %9s %9s %10s %9s %9s %10s\n", "", "MB/s", "MB/s", "bytes", "", "B/elem",
+                "per elem");
     for (size_t i = 0; i < libs.size(); ++i) {
         const Figures& f = r.libs[i];
         double n = f.elements ? static_cast<double>(f.elements) : 1;
@@ -574,10 +586,10 @@ FileResult measureFile(const std::string& path, std::vector<std::unique_ptr<Lib>
 
 // One ratio table: ours over each peer, per file and as a geometric mean.
 void printRatios(const char* title, const std::vector<FileResult>& results,
-                 const std::vector<std::unique_ptr<Lib>>& libs,
-                 double (*value)(const Figures&)) {
+                 const std::vector<std::unique_ptr<Lib>>& libs, double (*value)(const Figures&)) {
     std::printf("\n%s\n  %-22s", title, "file");
-    for (size_t i = 1; i < libs.size(); ++i) std::printf(" %9s", libs[i]->name());
+    for (size_t i = 1; i < libs.size(); ++i)
+        std::printf(" %9s", libs[i]->name());
     std::printf("\n");
     std::vector<double> logSum(libs.size(), 0);
     std::vector<int> count(libs.size(), 0);
@@ -609,8 +621,12 @@ void printRatios(const char* title, const std::vector<FileResult>& results,
     std::printf("\n");
 }
 
-double parseTime(const Figures& f) { return f.parsed ? f.parseSec : 0; }
-double writeTime(const Figures& f) { return f.parsed ? f.writeSec : 0; }
+double parseTime(const Figures& f) {
+    return f.parsed ? f.parseSec : 0;
+}
+double writeTime(const Figures& f) {
+    return f.parsed ? f.writeSec : 0;
+}
 double heapPerElement(const Figures& f) {
     return f.parsed && f.elements ? static_cast<double>(f.heapBytes) / f.elements : 0;
 }
@@ -646,7 +662,8 @@ int main(int argc, char** argv) {
     libs.push_back(std::make_unique<Libxml2Lib>());
 
     std::vector<FileResult> results;
-    for (const std::string& path : files) results.push_back(measureFile(path, libs, settings));
+    for (const std::string& path : files)
+        results.push_back(measureFile(path, libs, settings));
 
     printRatios("parse time, xmltree / peer (below 1: ours faster)", results, libs, parseTime);
     printRatios("write time, xmltree / peer", results, libs, writeTime);
