@@ -1,0 +1,77 @@
+#include <gtest/gtest.h>
+
+#include "foundation/AttributeSet.h"
+#include "foundation/StringBuffer.h"
+
+namespace {
+
+TEST(AttributeSet, OrderLookupAndRemoval) {
+    AttributeSet a;
+    EXPECT_TRUE(a.addAttribute("x", "1"));
+    EXPECT_TRUE(a.addAttribute("y", "2"));
+    EXPECT_TRUE(a.addAttribute("x", "dup"));
+    EXPECT_TRUE(a.addAttribute("empty", nullptr));
+    EXPECT_FALSE(a.addAttribute(nullptr, "v"));
+    ASSERT_EQ(a.getSize(), 4);
+    EXPECT_STREQ(a.nameAt(0), "x");
+    EXPECT_STREQ(a.nameAt(1), "y");
+    EXPECT_STREQ(a.valueAt(3), "");
+    EXPECT_EQ(a.nameAt(4), nullptr);
+    EXPECT_EQ(a.valueAt(-1), nullptr);
+    EXPECT_STREQ(a.findValue("x"), "1");  // first of a duplicate name
+    EXPECT_FALSE(a.hasAttribute("X"));    // names are case-sensitive
+    EXPECT_TRUE(a.hasAttrWithValue("empty", nullptr));
+    EXPECT_FALSE(a.hasAttrWithValue("y", "22"));
+
+    EXPECT_TRUE(a.removeAttribute("x"));  // removes the first only
+    EXPECT_FALSE(a.removeAttribute("nope"));
+    ASSERT_EQ(a.numAttributes(), 3);
+    EXPECT_STREQ(a.nameAt(0), "y");
+    EXPECT_STREQ(a.findValue("x"), "dup");
+    EXPECT_TRUE(a.addAttribute("z", "3"));  // later pairs still intact after the shift
+    EXPECT_STREQ(a.valueAt(1), "dup");
+    EXPECT_STREQ(a.valueAt(3), "3");
+
+    AttributeSet copy(a);
+    a.clear();
+    EXPECT_EQ(a.getSize(), 0);
+    EXPECT_FALSE(a.hasAttribute("y"));
+    EXPECT_EQ(copy.getSize(), 4);
+    EXPECT_STREQ(copy.valueAt(3), "3");
+}
+
+TEST(AttributeSet, OutputBuffersAreReplaced) {
+    AttributeSet a;
+    a.addAttribute("id", "7");
+    a.addAttribute("lang", "en-GB");
+    StringBuffer name("previous text"), value("previous");
+    EXPECT_TRUE(a.getAttribute(1, name, value));
+    EXPECT_STREQ(name.getString(), "lang");
+    EXPECT_STREQ(value.getString(), "en-GB");
+    EXPECT_FALSE(a.getAttribute(2, name, value));
+    EXPECT_STREQ(name.getString(), "lang");
+    EXPECT_TRUE(a.getAttributeValue("id", value));
+    EXPECT_STREQ(value.getString(), "7");
+    EXPECT_FALSE(a.getAttributeValue("ID", value));
+    EXPECT_STREQ(value.getString(), "7");
+    EXPECT_TRUE(a.getAttributeName(0, name));
+    EXPECT_STREQ(name.getString(), "id");
+    EXPECT_FALSE(a.getAttributeValue(-1, value));
+}
+
+TEST(AttributeSet, MatchingAndXml) {
+    AttributeSet a;
+    a.addAttribute("href", "http://x/a.xsl");
+    a.addAttribute("q", "a&b<c>\"d'");
+    a.addAttribute("e", "");
+    EXPECT_TRUE(a.hasMatchingAttribute("href", "*.xsl"));
+    EXPECT_FALSE(a.hasMatchingAttribute("href", "*.XSL"));
+    EXPECT_FALSE(a.hasMatchingAttribute("href", nullptr));
+    EXPECT_FALSE(a.hasMatchingAttribute("src", "*"));
+    StringBuffer out("<n");
+    a.appendXml(out);
+    EXPECT_STREQ(out.getString(),
+                 "<n href=\"http://x/a.xsl\" q=\"a&amp;b&lt;c&gt;&quot;d'\" e=\"\"");
+}
+
+}  // namespace

@@ -1,0 +1,216 @@
+#include <climits>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "foundation/ExtPtrArray.h"
+#include "foundation/StringBuffer.h"
+
+namespace {
+
+std::string text(const StringBuffer& sb) { return std::string(sb.getString(), sb.getSize()); }
+
+TEST(StringBuffer, InlineToHeapBoundary) {
+    // 21 bytes fit inside the object, 22 need the heap; the text must survive
+    // every step of the move.
+    StringBuffer sb;
+    std::string expect;
+    for (int i = 0; i < 100; ++i) {
+        char c = static_cast<char>('a' + i % 26);
+        ASSERT_TRUE(sb.appendChar(c));
+        expect += c;
+        ASSERT_EQ(text(sb), expect);
+        ASSERT_EQ(sb.getString()[sb.getSize()], '\0');
+    }
+    for (int n : {21, 22, 23}) {
+        std::string s(static_cast<size_t>(n), 'x');
+        StringBuffer a(s.c_str());
+        EXPECT_EQ(text(a), s);
+        StringBuffer b(a);
+        b.append(a);
+        EXPECT_EQ(text(b), s + s);
+        b.minimizeMemoryUsage();
+        EXPECT_EQ(text(b), s + s);
+    }
+}
+
+TEST(StringBuffer, AppendNCopiesEmbeddedNulAndSelf) {
+    StringBuffer sb;
+    sb.appendN("a\0<b", 4);
+    EXPECT_EQ(sb.getSize(), 4);
+    EXPECT_EQ(text(sb), std::string("a\0<b", 4));
+    // Appending a piece of its own text while it has to grow.
+    StringBuffer self("0123456789012345678");
+    for (int i = 0; i < 4; ++i) self.appendN(self.getString(), self.getSize());
+    EXPECT_EQ(self.getSize(), 19 * 16);
+    EXPECT_EQ(text(self).substr(19 * 15), "0123456789012345678");
+}
+
+TEST(StringBuffer, ConstructorsAndFactories) {
+    StringBuffer part("abcdef", 3, 20);
+    EXPECT_STREQ(part.getString(), "abc");
+    std::string longText(100, 'q');
+    StringBuffer partLong(longText.c_str(), 40, 20);
+    EXPECT_EQ(partLong.getSize(), 40);
+    StringBuffer reserved(10000);
+    EXPECT_EQ(reserved.getSize(), 0);
+    EXPECT_GE(reserved.getCapacity(), 10000);
+    EXPECT_STREQ(reserved.getString(), "");
+
+    StringBuffer* a = StringBuffer::createNewSB();
+    StringBuffer* b = StringBuffer::createNewSB("hello");
+    StringBuffer* c = StringBuffer::createNewSB(120);
+    ASSERT_TRUE(a && b && c);
+    EXPECT_STREQ(a->getString(), "");
+    EXPECT_STREQ(b->getString(), "hello");
+    EXPECT_TRUE(c->isValidObject());
+    delete a;
+    delete b;
+    delete c;
+
+    StringBuffer x("one"), y("a much longer text that lives on the heap");
+    x = y;
+    y = x;
+    x = x;
+    EXPECT_TRUE(x.equals("a much longer text that lives on the heap"));
+    x.putCP(2);
+    EXPECT_EQ(x.getCP(), 2);
+}
+
+TEST(StringBuffer, AppendInt) {
+    StringBuffer sb;
+    sb.append(INT_MIN);
+    sb.appendChar('|');
+    sb.append(0);
+    sb.appendChar('|');
+    sb.append(-12);
+    sb.appendChar('|');
+    sb.append(INT_MAX);
+    EXPECT_STREQ(sb.getString(), "-2147483648|0|-12|2147483647");
+}
+
+TEST(StringBuffer, SetStringPrependShorten) {
+    StringBuffer sb("a fairly long text beyond the inline part");
+    sb.setString(sb.pCharAt(2));  // a tail of its own text
+    EXPECT_STREQ(sb.getString(), "fairly long text beyond the inline part");
+    sb.setString(sb);
+    EXPECT_STREQ(sb.getString(), "fairly long text beyond the inline part");
+    sb.setString("short");
+    EXPECT_STREQ(sb.getString(), "short");
+
+    StringBuffer p("1234567890123456789");  // 19 bytes: prepending must leave the inline area
+    p.prepend("A");
+    p.prepend("BC");
+    EXPECT_STREQ(p.getString(), "BCA1234567890123456789");
+    p.prepend(p.getString() + 20);  // its own tail
+    EXPECT_STREQ(p.getString(), "89BCA1234567890123456789");
+
+    StringBuffer s("x|y|");
+    s.shorten(1);
+    EXPECT_STREQ(s.getString(), "x|y");
+    EXPECT_EQ(s.lastChar(), 'y');
+    s.shorten(99);
+    EXPECT_STREQ(s.getString(), "");
+    s.appendCharN(' ', 3);
+    EXPECT_STREQ(s.getString(), "   ");
+    EXPECT_EQ(s.charAt(5), '\0');
+    EXPECT_EQ(s.pCharAt(3), s.getString() + 3);
+    EXPECT_EQ(s.pCharAt(4), nullptr);
+    s.clear();
+    EXPECT_STREQ(s.getString(), "");
+}
+
+TEST(StringBuffer, Comparisons) {
+    StringBuffer sb("Hello\xC3\x89");
+    EXPECT_TRUE(sb.equals("Hello\xC3\x89"));
+    EXPECT_FALSE(sb.equals("Hello"));
+    EXPECT_TRUE(sb.equalsIgnoreCase("hELLO\xC3\x89"));
+    EXPECT_FALSE(sb.equalsIgnoreCase("hELLO\xC3\xA9"));  // only ASCII folds
+    EXPECT_LT(StringBuffer("abc").compare("abd"), 0);
+    EXPECT_GT(StringBuffer("\xC3").compare("a"), 0);  // bytes are unsigned
+    EXPECT_EQ(StringBuffer("abc").compare("abc"), 0);
+    EXPECT_TRUE(sb.containsChar('l'));
+    EXPECT_FALSE(sb.containsChar('z'));
+    EXPECT_TRUE(sb.containsSubstring("llo"));
+    EXPECT_FALSE(sb.containsSubstring("LLO"));
+    EXPECT_TRUE(sb.containsSubstringNoCase("LLO\xC3"));
+    EXPECT_TRUE(sb.matches("H*?", true));
+    EXPECT_FALSE(sb.matches("h*", true));
+    EXPECT_TRUE(sb.matches("h*", false));
+    EXPECT_FALSE(sb.matches(nullptr, true));
+}
+
+TEST(StringBuffer, NumberReading) {
+    EXPECT_EQ(StringBuffer("42abc").intValue(), 42);
+    EXPECT_EQ(StringBuffer("").intValue(), 0);
+    EXPECT_EQ(StringBuffer(" -7x").intValue(), -7);
+    EXPECT_EQ(StringBuffer("abc").intValue(), 0);
+    EXPECT_EQ(StringBuffer("99999999999999").intValue(), INT_MAX);
+    EXPECT_EQ(StringBuffer("-2147483648").intValue(), INT_MIN);
+    EXPECT_DOUBLE_EQ(StringBuffer(" 2.5e1z").doubleValue(), 25.0);
+}
+
+TEST(StringBuffer, ReplaceAllIsOnePass) {
+    StringBuffer a("&amp;lt;");
+    EXPECT_EQ(a.replaceAllOccurances("&amp;", "&"), 1);
+    EXPECT_STREQ(a.getString(), "&lt;");
+    StringBuffer b("]]>]]>");
+    EXPECT_EQ(b.replaceAllOccurances("]]>", ""), 2);
+    EXPECT_STREQ(b.getString(), "");
+    StringBuffer c("a<b<c");
+    EXPECT_EQ(c.replaceAllOccurances("<", "&lt;"), 2);  // growing, "<" not rescanned
+    EXPECT_STREQ(c.getString(), "a&lt;b&lt;c");
+    StringBuffer d("aaa");
+    EXPECT_EQ(d.replaceAllOccurances("a", "aa"), 3);
+    EXPECT_STREQ(d.getString(), "aaaaaa");
+    EXPECT_EQ(d.replaceAllOccurances("x", "y"), 0);
+    EXPECT_STREQ(d.getString(), "aaaaaa");
+}
+
+TEST(StringBuffer, CharRemovalTrimAndNames) {
+    StringBuffer sb("\"a\" b \"c\"");
+    EXPECT_EQ(sb.eliminateChar('"', 0), 4);
+    EXPECT_STREQ(sb.getString(), "a b c");
+    EXPECT_EQ(sb.removeCharOccurances(' '), 2);
+    EXPECT_STREQ(sb.getString(), "abc");
+
+    StringBuffer t(" \t\r\n x y \n\t");
+    t.trim2();
+    EXPECT_STREQ(t.getString(), "x y");
+    StringBuffer blank(" \t ");
+    blank.trim2();
+    EXPECT_STREQ(blank.getString(), "");
+
+    StringBuffer n("a b<c>d_e-f.g:h/i\xC3\xA9!9");
+    n.removeInvalidXmlTagChars();
+    EXPECT_STREQ(n.getString(), "abcd_e-f.g:hi\xC3\xA9" "9");
+    StringBuffer up("ABC\xC3\x89z");
+    up.toLowerCase();
+    EXPECT_STREQ(up.getString(), "abc\xC3\x89z");
+}
+
+TEST(StringBuffer, SplitKeepsEveryPiece) {
+    ExtPtrArray parts;
+    StringBuffer("name|other").split(parts, '|', false, false);
+    ASSERT_EQ(parts.getSize(), 2);
+    EXPECT_STREQ(parts.sbAt(0)->getString(), "name");
+    EXPECT_STREQ(parts.sbAt(1)->getString(), "other");
+    parts.removeAllObjects();
+    EXPECT_EQ(parts.getSize(), 0);
+
+    StringBuffer("|a||").split(parts, '|', false, false);
+    ASSERT_EQ(parts.getSize(), 4);
+    EXPECT_STREQ(parts.sbAt(1)->getString(), "a");
+    EXPECT_STREQ(parts.sbAt(2)->getString(), "");
+    parts.removeAllObjects();
+}
+
+TEST(StringBuffer, ValidityMarkChangesOnDestruction) {
+    alignas(StringBuffer) unsigned char raw[sizeof(StringBuffer)];
+    StringBuffer* sb = new (raw) StringBuffer("x");
+    EXPECT_TRUE(sb->isValidObject());
+    sb->~StringBuffer();
+    EXPECT_FALSE(sb->isValidObject());  // storage is still ours, so reading it is fine
+}
+
+}  // namespace

@@ -1,0 +1,58 @@
+#include <chrono>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "foundation/StringFunctions.h"
+
+namespace {
+
+TEST(StringFunctions, CaseInsensitiveCompareAndSearch) {
+    EXPECT_EQ(mxStrICmp("Alpha", "aLPHA"), 0);
+    EXPECT_LT(mxStrICmp("alpha", "Beta"), 0);
+    EXPECT_GT(mxStrICmp("b", "A"), 0);
+    EXPECT_LT(mxStrICmp("ab", "abc"), 0);
+    EXPECT_GT(mxStrICmp("\xC3\xA9", "z"), 0);  // unsigned bytes, no folding beyond ASCII
+
+    const char* raw = "\xEF\xBB\xBF  <?XmL version='1.0'?>";
+    EXPECT_EQ(stristr(raw, "<?xml"), raw + 5);
+    EXPECT_EQ(stristr(raw, ""), raw);
+    EXPECT_EQ(stristr("<?xm", "<?xml"), nullptr);
+    const char* h = "aaab";
+    EXPECT_EQ(stristr(h, "AAB"), h + 1);
+    EXPECT_EQ(stristr(nullptr, "x"), nullptr);
+}
+
+TEST(StringFunctions, WildcardLanguage) {
+    EXPECT_TRUE(wildcardMatch("", "", true));
+    EXPECT_TRUE(wildcardMatch("", "*", true));
+    EXPECT_FALSE(wildcardMatch("", "?", true));
+    EXPECT_TRUE(wildcardMatch("abc", "a*c", true));
+    EXPECT_TRUE(wildcardMatch("ac", "a*c", true));
+    EXPECT_TRUE(wildcardMatch("abcbc", "*bc", true));
+    EXPECT_FALSE(wildcardMatch("abcb", "*bc", true));
+    EXPECT_TRUE(wildcardMatch("abc", "?b?", true));
+    EXPECT_FALSE(wildcardMatch("abcd", "?b?", true));  // whole text must match
+    EXPECT_TRUE(wildcardMatch("mississippi", "m*iss*pi", true));
+    EXPECT_FALSE(wildcardMatch("mississippi", "m*iss*ip", true));
+    EXPECT_FALSE(wildcardMatch("ABC", "abc", true));
+    EXPECT_TRUE(wildcardMatch("ABC", "a?c", false));
+    EXPECT_FALSE(wildcardMatch("abc", nullptr, true));
+    EXPECT_TRUE(wildcardMatch(nullptr, "*", true));
+}
+
+TEST(StringFunctions, WildcardHasNoExponentialBacktracking) {
+    std::string text(10000, 'a');
+    std::string pattern;
+    for (int i = 0; i < 30; ++i) pattern += "*a";
+    pattern += "b";  // never matches, forcing the worst case
+    auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(wildcardMatch(text.c_str(), pattern.c_str(), true));
+    std::string stars(30, '*');
+    EXPECT_TRUE(wildcardMatch(text.c_str(), stars.c_str(), true));
+    EXPECT_TRUE(wildcardMatch(text.c_str(), (pattern.substr(0, 60) + "*").c_str(), true));
+    auto elapsed = std::chrono::steady_clock::now() - start;
+    EXPECT_LT(std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count(), 500);
+}
+
+}  // namespace
