@@ -1,0 +1,708 @@
+#ifndef XMLTREE_FUZZ_OPS_PROGRAM_H
+#define XMLTREE_FUZZ_OPS_PROGRAM_H
+
+// Reads a byte string as a program of tree operations over a small pool of
+// trees and checks the tree's bookkeeping after every step. Shared by the
+// operations fuzzer and the test that replays its regression inputs.
+//
+// Bookkeeping kept on the side, and checked against the library:
+//   - pool_: roots of the live trees, at most kMaxTrees. On each pool root we
+//     hold exactly one "anchor" reference, so that detaching children never
+//     destroys the tree we are working in.
+//   - held_: every other tree reference we took, one entry per reference.
+// After each step every node's localRefCount must equal the references we
+// know of on it, and every tree's refCount the sum over its nodes.
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "foundation/StringFunctions.h"
+#include "xmltree/TreeNode.h"
+
+namespace opsfuzz {
+
+[[noreturn]] inline void fail(int step, const char* what) {
+    std::fprintf(stderr, "tree invariant broken after step %d: %s\n", step, what);
+    std::abort();
+}
+
+// Hands out operand bytes; an exhausted input reads as zeros, so every
+// program is complete whatever its length.
+class ByteReader {
+public:
+    ByteReader(const uint8_t* data, size_t size) : data_(data), size_(size) {}
+    bool atEnd() const { return pos_ >= size_; }
+    uint8_t byte() { return pos_ < size_ ? data_[pos_++] : 0; }
+    int below(int n) { return n > 0 ? byte() % n : 0; }
+
+private:
+    const uint8_t* data_;
+    size_t size_;
+    size_t pos_ = 0;
+};
+
+constexpr int kMaxTrees = 4;
+constexpr int kMaxNodes = 400;
+constexpr int kMaxSteps = 3000;
+
+// Small vocabularies so that lookups, removals and sorts find matches often.
+// Each list ends with nullptr, picked when a null argument is allowed.
+inline const char* const kTags[] = {"a", "b", "B", "c", "1x", "", "r:s", "a b", nullptr};
+inline const char* const kTexts[] = {"", "1", "2", "10", "x", "X y", "<&\"'>", "abc", nullptr};
+inline const char* const kAttrNames[] = {"id", "n", "1st", "x-y", "", " k", nullptr};
+inline const char* const kAttrValues[] = {"1", "2", "10", "-3", "v", "", "a&b", nullptr};
+
+template <size_t N>
+const char* pick(ByteReader& in, const char* const (&list)[N], bool allowNull) {
+    int n = static_cast<int>(N) - (allowNull ? 0 : 1);
+    return list[in.below(n)];
+}
+
+inline const char* tagText(const TreeNode* n) { return n->getTag(); }
+inline const char* contentText(const TreeNode* n) { return n->getContent(); }
+
+// True when `a` lies on the parent chain of `b` (or is `b`).
+inline bool isAncestorOrSelf(const TreeNode* a, const TreeNode* b) {
+    for (const TreeNode* p = b; p; p = p->getParent()) {
+        if (p == a) return true;
+    }
+    return false;
+}
+
+class OpsProgram {
+public:
+    ~OpsProgram() { releaseAll(); }
+
+    void run(const uint8_t* data, size_t size) {
+        ByteReader in(data, size);
+        for (step_ = 0; step_ < kMaxSteps && !in.atEnd(); ++step_) {
+            doOp(in);
+            check();
+        }
+        releaseAll();
+    }
+
+private:
+    // ---- addressing -------------------------------------------------------
+
+    // Pre-order listing of one tree, built with an explicit stack.
+    static void listTree(TreeNode* root, std::vector<TreeNode*>& out) {
+        out.clear();
+        std::vector<TreeNode*> stack{root};
+        while (!stack.empty()) {
+            TreeNode* n = stack.back();
+            stack.pop_back();
+            out.push_back(n);
+            for (int i = n->getNumChildren() - 1; i >= 0; --i) stack.push_back(n->getChild(i));
+        }
+    }
+
+    // A node of some pool tree, or null when the pool is empty.
+    TreeNode* pickNode(ByteReader& in) {
+        if (pool_.empty()) return nullptr;
+        TreeNode* root = pool_[in.below(static_cast<int>(pool_.size()))];
+        listTree(root, scratch_);
+        return scratch_[in.byte() % scratch_.size()];
+    }
+
+    int poolIndex(const TreeNode* root) const {
+        for (size_t i = 0; i < pool_.size(); ++i) {
+            if (pool_[i] == root) return static_cast<int>(i);
+        }
+        return -1;
+    }
+
+    int countNodes() {
+        int total = 0;
+        for (TreeNode* r : pool_) {
+            listTree(r, scratch_);
+            total += static_cast<int>(scratch_.size());
+        }
+        return total;
+    }
+
+    bool roomForNodes() { return countNodes() < kMaxNodes; }
+
+    // ---- pool and reference bookkeeping -----------------------------------
+
+    // Takes a new tree into the pool with an anchor, or deletes it when the
+    // pool is full (dropping any references we held inside it).
+    void adopt(TreeNode* root) {
+        if (poolIndex(root) >= 0) return;
+        if (static_cast<int>(pool_.size()) < kMaxTrees) {
+            if (!root->incTreeRefCount()) fail(step_, "incTreeRefCount on a new root failed");
+            pool_.push_back(root);
+            return;
+        }
+        forgetHeldIn(root->getTreeInfo());
+        root->deleteTree();
+    }
+
+    void forgetHeldIn(const TreeInfo* info) {
+        size_t keep = 0;
+        for (TreeNode* h : held_) {
+            if (h->getTreeInfo() != info) held_[keep++] = h;
+        }
+        held_.resize(keep);
+    }
+
+    void dropFromPool(const TreeNode* root) {
+        int i = poolIndex(root);
+        if (i >= 0) pool_.erase(pool_.begin() + i);
+    }
+
+    // A pool root that was attached under another tree: its anchor becomes
+    // an ordinary reference held on a member node.
+    void absorbed(TreeNode* oldRoot) {
+        if (poolIndex(oldRoot) < 0) return;
+        dropFromPool(oldRoot);
+        held_.push_back(oldRoot);
+    }
+
+    // Detached subtrees on which we still hold references become trees of
+    // their own; take each such tree into the pool.
+    // Adopting into a full pool deletes a tree and edits held_, so the scan
+    // starts over after each adoption.
+    void adoptOrphans() {
+        for (bool again = true; again;) {
+            again = false;
+            for (TreeNode* h : held_) {
+                TreeNode* root = h->getRoot();
+                if (poolIndex(root) >= 0) continue;
+                adopt(root);
+                again = true;
+                break;
+            }
+        }
+    }
+
+    void releaseAll() {
+        for (TreeNode* h : held_) {
+            if (!h->decTreeRefCount()) fail(step_, "decTreeRefCount of a held reference failed");
+        }
+        held_.clear();
+        for (TreeNode* r : pool_) {
+            if (!r->decTreeRefCount()) fail(step_, "decTreeRefCount of an anchor failed");
+            if (r->getTreeRefCount() != 0) fail(step_, "refCount not 0 after releasing all");
+            if (!r->verifyRefCounts()) fail(step_, "verifyRefCounts false after release");
+            r->deleteTree();
+        }
+        pool_.clear();
+    }
+
+    // ---- operations ---------------------------------------------------------
+
+    void doOp(ByteReader& in) {
+        switch (in.below(26)) {
+            case 0: opCreateRoot(in); break;
+            case 1: opCreateNode(in); break;
+            case 2: opAttachDetached(in); break;
+            case 3: opAppendExisting(in); break;
+            case 4: opInsertExisting(in); break;
+            case 5: opRemoveChildByIndex(in); break;
+            case 6: opRemoveChildByTag(in); break;
+            case 7: opRemoveChildWithContent(in); break;
+            case 8: opMoveChild(in); break;
+            case 9: opDetach(in); break;
+            case 10: opSwapNode(in); break;
+            case 11: opSwapTree(in); break;
+            case 12: opSort(in); break;
+            case 13: opInsertAscending(in); break;
+            case 14: opCheckInsertAscending(in); break;
+            case 15: opIncRef(in); break;
+            case 16: opDecRef(in); break;
+            case 17: opAttributes(in); break;
+            case 18: opContent(in); break;
+            case 19: opRenameChildTag(in); break;
+            case 20: opSetTag(in); break;
+            case 21: opDeleteTree(in); break;
+            case 22: opWriteAndReparse(in); break;
+            case 23: opReadOnly(in); break;
+            case 24: opDetachUnanchored(in); break;
+            default: opRemoveByIndexUnanchored(in); break;
+        }
+    }
+
+    void opCreateRoot(ByteReader& in) {
+        if (!roomForNodes()) return;
+        const char* tag = pick(in, kTags, true);
+        const char* text = pick(in, kTexts, true);
+        TreeNode* root = nullptr;
+        switch (in.below(3)) {
+            case 0: root = TreeNode::createRoot(tag); break;
+            case 1: root = TreeNode::createRoot2(tag, text); break;
+            default: {
+                DataBuffer bytes;
+                if (text) bytes.append(text, static_cast<unsigned>(std::strlen(text)));
+                root = TreeNode::createRoot3(tag, bytes);
+            }
+        }
+        if (!root) fail(step_, "createRoot gave null");
+        if (root->getRoot() != root || root->getTreeRefCount() != 0)
+            fail(step_, "new root is not a fresh tree");
+        adopt(root);
+    }
+
+    void opCreateNode(ByteReader& in) {
+        if (!roomForNodes()) return;
+        TreeNode* parent = in.below(8) == 0 ? nullptr : pickNode(in);
+        const char* tag = pick(in, kTags, true);
+        const char* text = pick(in, kTexts, true);
+        TreeNode* node = nullptr;
+        switch (in.below(3)) {
+            case 0: node = TreeNode::createNode(parent, tag); break;
+            case 1: node = TreeNode::createNode2(parent, tag, text); break;
+            default: {
+                DataBuffer bytes;
+                if (text) bytes.append(text, static_cast<unsigned>(std::strlen(text)));
+                node = TreeNode::createNode3(parent, tag, bytes, nullptr);
+            }
+        }
+        if (!node) fail(step_, "createNode gave null");
+        if (!parent) {
+            adopt(node);
+            return;
+        }
+        if (node->getParent() != parent || parent->getLastChild() != node)
+            fail(step_, "createNode did not attach the node last");
+    }
+
+    // A directly constructed node, appended or inserted (also at indexes
+    // out of range, which must be refused without change).
+    void opAttachDetached(ByteReader& in) {
+        if (!roomForNodes()) return;
+        TreeNode* target = pickNode(in);
+        if (!target) return;
+        TreeNode* node = new TreeNode(pick(in, kTags, true), pick(in, kTexts, true), 0);
+        if (in.below(2) == 0) {
+            if (!target->appendChild2(node, 1004)) fail(step_, "appendChild2 refused a new node");
+            return;
+        }
+        int n = target->getNumChildren();
+        int index = in.below(n + 5) - 2;
+        bool expect = index >= 0 && index <= n;
+        bool got = target->insertChild(index, node);
+        if (got != expect) fail(step_, "insertChild result wrong for a new node");
+        if (!got) {
+            if (target->getNumChildren() != n) fail(step_, "refused insertChild changed children");
+            delete node;
+        } else if (target->getChild(index) != node) {
+            fail(step_, "insertChild put the node at the wrong index");
+        }
+    }
+
+    void opAppendExisting(ByteReader& in) {
+        TreeNode* target = pickNode(in);
+        TreeNode* child = pickNode(in);
+        if (!target) return;
+        bool expect = child->getParent() == nullptr && child->getTreeInfo() != target->getTreeInfo();
+        int refs = child->getTreeRefCount() + target->getTreeRefCount();
+        bool got = target->appendChild2(child, 1005);
+        if (got != expect) fail(step_, "appendChild2 result wrong");
+        if (!got) return;
+        absorbed(child);
+        if (target->getLastChild() != child) fail(step_, "appended child is not last");
+        if (target->getTreeRefCount() != refs) fail(step_, "merged refCount is not the sum");
+    }
+
+    void opInsertExisting(ByteReader& in) {
+        TreeNode* target = pickNode(in);
+        TreeNode* child = pickNode(in);
+        if (!target) return;
+        int n = target->getNumChildren();
+        int index = in.below(n + 4) - 1;
+        bool expect = child->getParent() == nullptr &&
+                      child->getTreeInfo() != target->getTreeInfo() && index >= 0 && index <= n;
+        bool got = target->insertChild(index, child);
+        if (got != expect) fail(step_, "insertChild result wrong");
+        if (!got) return;
+        absorbed(child);
+        if (target->getChild(index) != child) fail(step_, "inserted child at the wrong index");
+    }
+
+    void opRemoveChildByIndex(ByteReader& in) {
+        TreeNode* parent = pickNode(in);
+        if (!parent) return;
+        int n = parent->getNumChildren();
+        int index = in.below(n + 2) - 1;
+        parent->removeChildByIndex(index);
+        int expect = (index >= 0 && index < n) ? n - 1 : n;
+        if (parent->getNumChildren() != expect) fail(step_, "removeChildByIndex count wrong");
+        adoptOrphans();
+    }
+
+    void opRemoveChildByTag(ByteReader& in) {
+        TreeNode* parent = pickNode(in);
+        if (!parent) return;
+        const char* tag = pick(in, kTags, true);
+        parent->removeChild(tag);
+        for (int i = 0; tag && i < parent->getNumChildren(); ++i) {
+            if (std::strcmp(tagText(parent->getChild(i)), tag) == 0)
+                fail(step_, "removeChild left a match");
+        }
+        adoptOrphans();
+    }
+
+    void opRemoveChildWithContent(ByteReader& in) {
+        TreeNode* parent = pickNode(in);
+        if (!parent) return;
+        const char* text = pick(in, kTexts, true);
+        parent->removeChildWithContent(text);
+        for (int i = 0; text && i < parent->getNumChildren(); ++i) {
+            if (std::strcmp(contentText(parent->getChild(i)), text) == 0)
+                fail(step_, "removeChildWithContent left a match");
+        }
+        adoptOrphans();
+    }
+
+    void opMoveChild(ByteReader& in) {
+        TreeNode* parent = pickNode(in);
+        if (!parent) return;
+        const char* text = pick(in, kTexts, true);
+        int n = parent->getNumChildren();
+        if (in.below(2) == 0) {
+            parent->moveUpChildWithContent(text);
+        } else {
+            parent->moveDownChildWithContent(text);
+        }
+        if (parent->getNumChildren() != n) fail(step_, "a move changed the number of children");
+    }
+
+    void opDetach(ByteReader& in) {
+        TreeNode* node = pickNode(in);
+        if (!node) return;
+        bool wasMember = node->getParent() != nullptr;
+        node->removeFromTree();
+        if (!wasMember) return;
+        if (node->getParent() || node->getRoot() != node) fail(step_, "detached node is no root");
+        adopt(node);
+        adoptOrphans();
+    }
+
+    // Detaching with our anchor released: when no reference is left in the
+    // rest of the tree, the library destroys it. Predict that from our own
+    // bookkeeping, and afterwards touch only what must still be alive.
+    void opDetachUnanchored(ByteReader& in) {
+        TreeNode* node = pickNode(in);
+        if (!node || !node->getParent()) return;
+        TreeNode* root = node->getRoot();
+        bool dies = releaseAnchorPredict(root, node);
+        node->removeFromTree();
+        afterUnanchored(root, dies);
+        adopt(node);
+        adoptOrphans();
+    }
+
+    void opRemoveByIndexUnanchored(ByteReader& in) {
+        TreeNode* parent = pickNode(in);
+        if (!parent) return;
+        int n = parent->getNumChildren();
+        if (n == 0) return;
+        int index = in.below(n);
+        TreeNode* root = parent->getRoot();
+        bool dies = releaseAnchorPredict(root, parent->getChild(index));
+        parent->removeChildByIndex(index);
+        afterUnanchored(root, dies);
+        adoptOrphans();
+    }
+
+    // Releases the anchor on root and tells whether detaching `part` will
+    // leave the rest of the tree without references.
+    bool releaseAnchorPredict(TreeNode* root, TreeNode* part) {
+        if (!root->decTreeRefCount()) fail(step_, "decTreeRefCount of an anchor failed");
+        int rest = root->getTreeRefCount() - part->localRefcountSum();
+        if (rest < 0) fail(step_, "subtree holds more references than its tree");
+        if (rest > 0) return false;
+        // Our own books must agree that nothing is held outside `part`.
+        for (TreeNode* h : held_) {
+            if (h->getTreeInfo() == root->getTreeInfo() && !isAncestorOrSelf(part, h))
+                fail(step_, "reference held outside the part but tree count says none");
+        }
+        return true;
+    }
+
+    void afterUnanchored(TreeNode* root, bool died) {
+        if (died) {
+            dropFromPool(root);
+            return;
+        }
+        if (!root->incTreeRefCount()) fail(step_, "re-anchoring failed");
+    }
+
+    void opSwapNode(ByteReader& in) {
+        TreeNode* a = pickNode(in);
+        TreeNode* b = pickNode(in);
+        if (!a) return;
+        int childrenA = a->getNumChildren();
+        TreeNode* parentA = a->getParent();
+        a->swapNode(*b);
+        if (a->getNumChildren() != childrenA || a->getParent() != parentA)
+            fail(step_, "swapNode moved children or parent");
+    }
+
+    void opSwapTree(ByteReader& in) {
+        TreeNode* a = pickNode(in);
+        TreeNode* b = pickNode(in);
+        if (!a || isAncestorOrSelf(a, b) || isAncestorOrSelf(b, a)) return;
+        int na = a->getNumChildren();
+        int nb = b->getNumChildren();
+        a->swapTree(*b);
+        if (a->getNumChildren() != nb || b->getNumChildren() != na)
+            fail(step_, "swapTree did not exchange the children");
+    }
+
+    void opSort(ByteReader& in) {
+        TreeNode* node = pickNode(in);
+        if (!node) return;
+        int kind = in.below(7);
+        long asc = in.below(2);
+        bool ci = in.below(2) != 0;
+        const char* tag = pick(in, kTags, false);
+        const char* name = pick(in, kAttrNames, false);
+        switch (kind) {
+            case 0: node->sortByTag(asc, ci); break;
+            case 1: node->sortByContent(asc, ci); break;
+            case 2: node->sortByAttribute(name, asc, ci); break;
+            case 3: node->sortByAttributeInt(name, asc); break;
+            case 4: node->sortRecordsByAttribute(tag, name, asc, ci); break;
+            case 5: node->sortRecordsByContent(tag, asc, ci); break;
+            default: node->sortRecordsByContentInt(tag, asc); break;
+        }
+        if (kind <= 1) checkSorted(node, kind == 0, asc != 0, ci);
+    }
+
+    void checkSorted(TreeNode* node, bool byTag, bool asc, bool ci) {
+        for (int i = 1; i < node->getNumChildren(); ++i) {
+            TreeNode* a = node->getChild(i - 1);
+            TreeNode* b = node->getChild(i);
+            const char* ka = byTag ? tagText(a) : contentText(a);
+            const char* kb = byTag ? tagText(b) : contentText(b);
+            int c = ci ? mxStrICmp(ka, kb) : std::strcmp(ka, kb);
+            if (asc ? c > 0 : c < 0) fail(step_, "children out of order after a sort");
+        }
+    }
+
+    void opInsertAscending(ByteReader& in) {
+        if (!roomForNodes()) return;
+        TreeNode* node = pickNode(in);
+        if (!node) return;
+        const char* tag = pick(in, kTags, false);
+        const char* text = pick(in, kTexts, true);
+        int expect = ascendingSlot(node, tag, text);
+        TreeNode* added = node->insertAscending(tag, text);
+        if (!added || node->getChild(expect) != added)
+            fail(step_, "insertAscending put the node at the wrong place");
+    }
+
+    // Where insertAscending must put (tag, text): before the first child
+    // whose tag is greater, or whose tag is equal and content greater.
+    static int ascendingSlot(TreeNode* node, const char* tag, const char* text) {
+        int n = node->getNumChildren();
+        for (int i = 0; i < n; ++i) {
+            TreeNode* c = node->getChild(i);
+            int t = std::strcmp(tagText(c), tag);
+            if (t > 0) return i;
+            if (t == 0 && text && std::strcmp(contentText(c), text) > 0) return i;
+        }
+        return n;
+    }
+
+    void opCheckInsertAscending(ByteReader& in) {
+        if (!roomForNodes()) return;
+        TreeNode* node = pickNode(in);
+        if (!node) return;
+        const char* tag = pick(in, kTags, false);
+        bool withPair = in.below(2) != 0;
+        StringPair pair(pick(in, kAttrNames, false), pick(in, kAttrValues, false));
+        int n = node->getNumChildren();
+        TreeNode* got = node->checkInsertAscending(tag, withPair ? &pair : nullptr);
+        if (!got || got->getParent() != node) fail(step_, "checkInsertAscending gave no child");
+        bool created = node->getNumChildren() == n + 1;
+        if (!created && node->getNumChildren() != n) fail(step_, "checkInsertAscending count");
+        StringBuffer stored(tag);  // names are stored cleaned
+        stored.removeInvalidXmlTagChars();
+        bool tagOk = std::strcmp(got->getTag(), stored.getString()) == 0;
+        if (!tagOk) fail(step_, "checkInsertAscending gave a child with another tag");
+    }
+
+    void opIncRef(ByteReader& in) {
+        TreeNode* node = pickNode(in);
+        if (!node) return;
+        if (!node->incTreeRefCount()) fail(step_, "incTreeRefCount on a member failed");
+        held_.push_back(node);
+    }
+
+    void opDecRef(ByteReader& in) {
+        if (held_.empty()) return;
+        size_t i = in.byte() % held_.size();
+        TreeNode* node = held_[i];
+        held_.erase(held_.begin() + static_cast<long>(i));
+        if (!node->decTreeRefCount()) fail(step_, "decTreeRefCount of a held reference failed");
+    }
+
+    void opAttributes(ByteReader& in) {
+        TreeNode* node = pickNode(in);
+        if (!node) return;
+        const char* name = pick(in, kAttrNames, true);
+        const char* value = pick(in, kAttrValues, true);
+        switch (in.below(5)) {
+            case 0: node->addAttribute(name, value); break;
+            case 1:
+                if (name) node->updateAttribute(name, value);
+                break;
+            case 2:
+                if (name) node->removeAttribute(name);
+                break;
+            case 3: node->removeAllAttributes(); break;
+            default: {
+                TreeNode* from = pickNode(in);
+                node->copyAttributes(*from);
+                if (from != node && node->getNumAttributes() > from->getNumAttributes())
+                    fail(step_, "copyAttributes added more than the source holds");
+            }
+        }
+    }
+
+    void opContent(ByteReader& in) {
+        TreeNode* node = pickNode(in);
+        if (!node) return;
+        const char* text = pick(in, kTexts, true);
+        int len = text ? static_cast<int>(std::strlen(text)) : 0;
+        switch (in.below(7)) {
+            case 0: node->setContentUtf8(text); break;
+            case 1: node->appendContent(text); break;
+            case 2: node->setContentN(text, len); break;
+            case 3: node->setContentN(nullptr, 0); break;
+            case 4: node->appendContentChar(static_cast<char>('a' + in.below(26))); break;
+            case 5: node->appendContentInt(static_cast<int8_t>(in.byte())); break;
+            default: node->setCdata(in.below(2) != 0); break;
+        }
+    }
+
+    void opRenameChildTag(ByteReader& in) {
+        TreeNode* node = pickNode(in);
+        if (!node) return;
+        node->renameChildTag(pick(in, kTags, true), pick(in, kTags, true));
+    }
+
+    void opSetTag(ByteReader& in) {
+        TreeNode* node = pickNode(in);
+        if (!node) return;
+        node->setTag(pick(in, kTags, true));
+        if (in.below(2) == 0) node->ensureLegalTagStartChar();
+    }
+
+    void opDeleteTree(ByteReader& in) {
+        TreeNode* node = pickNode(in);
+        if (!node) return;
+        TreeNode* root = node->getRoot();
+        forgetHeldIn(root->getTreeInfo());
+        dropFromPool(root);
+        node->deleteTree();
+    }
+
+    // The writer and the parser on whatever shape the edits left behind.
+    void opWriteAndReparse(ByteReader& in) {
+        TreeNode* node = pickNode(in);
+        if (!node) return;
+        StringBuffer xml;
+        node->createXML(xml, in.below(2), 0, in.below(2) != 0);
+        TreeNode* copy = nullptr;
+        TreeNode::customParseStringN(xml.getString(), xml.getSize(), nullptr, &copy,
+                                     in.below(2) != 0);
+        if (copy) copy->deleteTree();
+    }
+
+    void opReadOnly(ByteReader& in) {
+        TreeNode* node = pickNode(in);
+        if (!node) return;
+        const char* tag = pick(in, kTags, false);
+        int found = 0;
+        for (TreeNode* n = node->searchForTag(nullptr, tag); n && found < kMaxNodes;
+             n = node->searchForTag(n, tag)) {
+            if (std::strcmp(n->getTag(), tag) != 0) fail(step_, "searchForTag found another tag");
+            ++found;
+        }
+        StringBuffer text;
+        node->getAllContent(text, ' ');
+    }
+
+    // ---- invariants -------------------------------------------------------
+
+    void check() {
+        std::unordered_map<const TreeNode*, int> expected;
+        for (TreeNode* h : held_) ++expected[h];
+        for (TreeNode* r : pool_) ++expected[r];
+        std::unordered_set<const TreeNode*> seen;
+        std::unordered_set<const TreeInfo*> infos;
+        size_t heldSeen = 0;
+        for (TreeNode* root : pool_) {
+            TreeInfo* info = root->getTreeInfo();
+            if (!info || info->magic != kTreeMagicAlive) fail(step_, "root has no live record");
+            if (info->root != root) fail(step_, "record's root is not the root");
+            if (!infos.insert(info).second) fail(step_, "two pool trees share a record");
+            if (root->getParent() || root->getPrevSibling() || root->getNextSibling())
+                fail(step_, "root has a parent or siblings");
+            int sum = checkTree(root, info, expected, seen, heldSeen);
+            if (info->refCount != sum) fail(step_, "tree refCount is not the sum of its nodes");
+            if (!root->verifyRefCounts()) fail(step_, "verifyRefCounts false");
+        }
+        if (heldSeen != expected.size()) fail(step_, "a node we hold is in no pool tree");
+    }
+
+    int checkTree(TreeNode* root, TreeInfo* info,
+                  std::unordered_map<const TreeNode*, int>& expected,
+                  std::unordered_set<const TreeNode*>& seen, size_t& heldSeen) {
+        int sum = 0;
+        std::vector<TreeNode*> stack{root};
+        while (!stack.empty()) {
+            TreeNode* n = stack.back();
+            stack.pop_back();
+            if (n->getMagic() != kTreeMagicAlive) fail(step_, "node magic is not alive");
+            if (n->getTreeInfo() != info) fail(step_, "node points at another tree's record");
+            if (!seen.insert(n).second) fail(step_, "node reachable twice");
+            auto it = expected.find(n);
+            int want = it == expected.end() ? 0 : it->second;
+            if (it != expected.end()) ++heldSeen;
+            if (n->getLocalRefCount() != want) fail(step_, "localRefCount differs from ours");
+            sum += n->getLocalRefCount();
+            checkChildren(n, stack);
+        }
+        return sum;
+    }
+
+    void checkChildren(TreeNode* n, std::vector<TreeNode*>& stack) {
+        ExtPtrArray* kids = n->getChildrenArray();
+        int count = kids ? kids->getSize() : 0;
+        if (n->getNumChildren() != count) fail(step_, "getNumChildren differs from the array");
+        for (int i = 0; i < count; ++i) {
+            TreeNode* c = static_cast<TreeNode*>(kids->elementAt(i));
+            if (!c) fail(step_, "null slot in a children array");
+            if (c->getParent() != n) fail(step_, "child's parent is not its holder");
+            TreeNode* prev = i > 0 ? static_cast<TreeNode*>(kids->elementAt(i - 1)) : nullptr;
+            TreeNode* next = static_cast<TreeNode*>(kids->elementAt(i + 1));
+            if (c->getPrevSibling() != prev) fail(step_, "prevSibling differs from array order");
+            if (c->getNextSibling() != next) fail(step_, "nextSibling differs from array order");
+            stack.push_back(c);
+        }
+    }
+
+    std::vector<TreeNode*> pool_;
+    std::vector<TreeNode*> held_;
+    std::vector<TreeNode*> scratch_;
+    int step_ = 0;
+};
+
+inline void runProgram(const uint8_t* data, size_t size) {
+    OpsProgram program;
+    program.run(data, size);
+}
+
+}  // namespace opsfuzz
+
+#endif
