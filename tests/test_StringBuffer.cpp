@@ -71,7 +71,8 @@ TEST(StringBuffer, ConstructorsAndFactories) {
     StringBuffer x("one"), y("a much longer text that lives on the heap");
     x = y;
     y = x;
-    x = x;
+    StringBuffer& alias = x;
+    x = alias;  // self-assignment
     EXPECT_TRUE(x.equals("a much longer text that lives on the heap"));
     x.putCP(2);
     EXPECT_EQ(x.getCP(), 2);
@@ -203,14 +204,6 @@ TEST(StringBuffer, SplitKeepsEveryPiece) {
     EXPECT_STREQ(parts.sbAt(1)->getString(), "a");
     EXPECT_STREQ(parts.sbAt(2)->getString(), "");
     parts.removeAllObjects();
-}
-
-TEST(StringBuffer, ValidityMarkChangesOnDestruction) {
-    alignas(StringBuffer) unsigned char raw[sizeof(StringBuffer)];
-    StringBuffer* sb = new (raw) StringBuffer("x");
-    EXPECT_TRUE(sb->isValidObject());
-    sb->~StringBuffer();
-    EXPECT_FALSE(sb->isValidObject());  // storage is still ours, so reading it is fine
 }
 
 }  // namespace
