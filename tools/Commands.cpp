@@ -89,6 +89,21 @@ void walkBreadthFirst(TreeNode* root, Visit visit) {
     }
 }
 
+// A match is written as an element of its own at depth 0. Index 1 keeps the
+// writer from starting it with an empty line. The root is written without
+// its prolog: a search result is an element, not a document.
+void writeMatch(TreeNode* node, StringBuffer& out) {
+    if (node->getParent() != nullptr) {
+        node->createXML(out, 1, 0, true);
+        return;
+    }
+    if (node->openTag(out, 0)) return;
+    node->outputContent(out);
+    int n = childCount(node);
+    for (int i = 0; i < n; ++i) childAt(node, i)->createXML(out, i, 1, false);
+    node->closeTag(out, 0);
+}
+
 struct SortKey {
     enum Kind { kTag, kContent, kAttr, kAttrInt, kField, kFieldInt, kFieldAttr } kind;
     std::string field;
@@ -257,8 +272,7 @@ int runFind(const Options& o) {
     uint64_t found = 0;
     walkBreadthFirst(tree.root(), [&](TreeNode* node) {
         if (!query.matches(node)) return true;
-        // Index 1: no leading empty line; the declaration is never repeated.
-        node->createXML(out, 1, 0, true);
+        writeMatch(node, out);
         ++found;
         return !o.first;
     });
