@@ -7,7 +7,9 @@
 
 namespace {
 
-TreeNode* declOf(TreeNode* node) { return node->getTreeInfo()->xmlDecl; }
+TreeNode* declOf(TreeNode* node) {
+    return node->getTreeInfo()->xmlDecl;
+}
 
 // "name=value" per attribute of the declaration, in list order.
 std::vector<std::string> declAttributes(TreeNode* node) {

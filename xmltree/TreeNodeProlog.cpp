@@ -102,7 +102,8 @@ void TreeNode::transferStyleSheets(ExtPtrArray& from, ExtPtrArray& to) {
     // Moving a list onto itself would end by emptying it and losing the nodes.
     if (&from == &to) return;
     const int n = from.getSize();
-    for (int i = 0; i < n; ++i) to.append(from.elementAt(i));
+    for (int i = 0; i < n; ++i)
+        to.append(from.elementAt(i));
     from.removeAll();
 }
 

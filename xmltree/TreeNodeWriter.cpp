@@ -61,7 +61,7 @@ struct Entity {
     const char* text;
     int len;
 };
-const Entity kEntities[7] = {{"", 0},       {"", 0},       {"&lt;", 4},  {"&gt;", 4},
+const Entity kEntities[7] = {{"", 0},       {"", 0},       {"&lt;", 4}, {"&gt;", 4},
                              {"&quot;", 6}, {"&apos;", 6}, {"&amp;", 5}};
 
 // Runs of bytes that need no escaping go out in one appendN each. The scan
@@ -95,7 +95,7 @@ bool needsCdata(const char* text) {
 // The writer's own walk; a friend of TreeNode so that it reads the fields
 // directly on the hot path.
 class TreeWriter {
-public:
+  public:
     explicit TreeWriter(StringBuffer& out) : m_out(out) {}
     ~TreeWriter() {
         if (m_frames != m_inline) std::free(m_frames);
@@ -105,7 +105,7 @@ public:
 
     void write(TreeNode* top, int index, int depth, bool omitDeclaration);
 
-private:
+  private:
     struct Frame {
         TreeNode* node;
         int next;  // index of the next child to write
@@ -214,9 +214,8 @@ void TreeWriter::writeDeclaration(TreeNode* root) {
 bool TreeWriter::push(TreeNode* node, int depth) {
     if (m_size == m_cap) {
         const int newCap = m_cap * 2;
-        void* block = m_frames == m_inline
-                          ? std::malloc(sizeof(Frame) * newCap)
-                          : std::realloc(m_frames, sizeof(Frame) * newCap);
+        void* block = m_frames == m_inline ? std::malloc(sizeof(Frame) * newCap)
+                                           : std::realloc(m_frames, sizeof(Frame) * newCap);
         if (!block) return false;  // out of memory: the subtree is left unfinished
         if (m_frames == m_inline) std::memcpy(block, m_inline, sizeof(m_inline));
         m_frames = static_cast<Frame*>(block);
