@@ -40,7 +40,6 @@
 #include <tinyxml2.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -50,6 +49,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/compare/CompareMeasure.h"
 #include "foundation/StringBuffer.h"
 #include "xmltree/TreeNode.h"
 
@@ -99,6 +99,10 @@ static constexpr bool kAllocCountKnown = false;
 
 namespace {
 
+using benchcompare::GeoMean;
+using benchcompare::HeapBreakdown;
+using benchcompare::median;
+
 // Timing uses the thread's CPU clock (user and system time, page faults
 // included): the machines this runs on are shared, and wall-clock time would
 // charge other processes' work to whichever library happened to be running.
@@ -111,13 +115,6 @@ double cpuNow() {
 size_t heapInUse() {
     struct mallinfo2 mi = mallinfo2();
     return mi.uordblks + mi.hblkhd;
-}
-
-double median(std::vector<double> v) {
-    if (v.empty()) return 0;
-    std::sort(v.begin(), v.end());
-    size_t n = v.size();
-    return (n % 2) ? v[n / 2] : (v[n / 2 - 1] + v[n / 2]) / 2;
 }
 
 // ---- the libraries behind one interface ------------------------------------
@@ -158,20 +155,7 @@ class OursLib : public Lib {
         return static_cast<size_t>(out_->getSize());
     }
     void releaseOutput() override { out_.reset(); }
-    size_t countElements() override {
-        size_t n = 0;
-        std::vector<TreeNode*> stack;
-        if (root_) stack.push_back(root_);
-        while (!stack.empty()) {
-            TreeNode* node = stack.back();
-            stack.pop_back();
-            ++n;
-            int kids = node->getNumChildren();
-            for (int i = 0; i < kids; ++i)
-                stack.push_back(node->getChild(i));
-        }
-        return n;
-    }
+    size_t countElements() override { return benchcompare::countElements(root_); }
     TreeNode* root() const { return root_; }
     const StringBuffer* output() const { return out_.get(); }
 
@@ -366,59 +350,10 @@ struct Figures {
     std::string mark;
 };
 
-// Where our heap goes: each object's malloc chunk (usable size plus the
-// 8-byte header) summed by kind over the whole tree.
-struct OurBreakdown {
-    size_t nodes = 0, nodeBytes = 0;
-    size_t tags = 0, tagBytes = 0, tagHeapTexts = 0;
-    size_t contents = 0, contentBytes = 0, contentHeapTexts = 0;
-    size_t attrSets = 0, attrSetBytes = 0;
-    size_t childArrays = 0, childArrayBytes = 0;
-};
-
-size_t chunk(const void* p) {
-    return p ? malloc_usable_size(const_cast<void*>(p)) + 8 : 0;
-}
-
-void addBuffer(const StringBuffer* sb, size_t& count, size_t& bytes, size_t& heapTexts) {
-    if (!sb) return;
-    ++count;
-    bytes += chunk(sb);
-    if (sb->getCapacity() > StringBuffer::kInlineCapacity) {
-        ++heapTexts;
-        bytes += chunk(sb->getString());
-    }
-}
-
-OurBreakdown breakDown(TreeNode* root) {
-    OurBreakdown b;
-    std::vector<TreeNode*> stack;
-    if (root) stack.push_back(root);
-    while (!stack.empty()) {
-        TreeNode* node = stack.back();
-        stack.pop_back();
-        ++b.nodes;
-        b.nodeBytes += chunk(node);
-        addBuffer(node->_getMyTagSB2(), b.tags, b.tagBytes, b.tagHeapTexts);
-        addBuffer(node->getContentSb_const(), b.contents, b.contentBytes, b.contentHeapTexts);
-        if (AttributeSet* attrs = node->getAttributeSet()) {
-            ++b.attrSets;
-            b.attrSetBytes += chunk(attrs);  // its arena and entry array are the remainder
-        }
-        if (ExtPtrArray* kids = node->getChildrenArray()) {
-            ++b.childArrays;
-            b.childArrayBytes += chunk(kids) + chunk(kids->getItems());
-            for (int i = 0; i < kids->getSize(); ++i) {
-                stack.push_back(static_cast<TreeNode*>(kids->elementAt(i)));
-            }
-        }
-    }
-    return b;
-}
-
-void printBreakdown(const OurBreakdown& b, const Figures& f) {
+// Where our heap goes, per element: each object's malloc chunk summed by kind.
+void printBreakdown(const HeapBreakdown& b, const Figures& f) {
     double n = b.nodes ? static_cast<double>(b.nodes) : 1;
-    size_t known = b.nodeBytes + b.tagBytes + b.contentBytes + b.attrSetBytes + b.childArrayBytes;
+    size_t known = b.knownBytes();
     size_t rest = f.heapBytes > known ? f.heapBytes - known : 0;
     std::printf(
         "  xmltree heap per element: node %.1f (sizeof %zu), tag %.1f (%zu buffers, %zu "
@@ -430,7 +365,7 @@ void printBreakdown(const OurBreakdown& b, const Figures& f) {
 }
 
 // Heap, allocation count and element count of one parse, outside any timing.
-Figures measureHeap(Lib& lib, const std::string& data, OurBreakdown* breakdown) {
+Figures measureHeap(Lib& lib, const std::string& data, HeapBreakdown* breakdown) {
     Figures f;
     size_t before = heapInUse();
     g_allocCalls = 0;
@@ -444,7 +379,7 @@ Figures measureHeap(Lib& lib, const std::string& data, OurBreakdown* breakdown) 
         f.elements = lib.countElements();
         f.outputBytes = lib.write();
         lib.releaseOutput();
-        if (breakdown) *breakdown = breakDown(static_cast<OursLib&>(lib).root());
+        if (breakdown) *breakdown = benchcompare::breakDown(static_cast<OursLib&>(lib).root());
     }
     lib.releaseTree();
     f.mark = lib.mark();
@@ -535,7 +470,7 @@ FileResult measureFile(const std::string& path, std::vector<std::unique_ptr<Lib>
     r.bytes = data.size();
     auto* xml2 = static_cast<Libxml2Lib*>(libs[3].get());
     xml2->setRecover(false);
-    OurBreakdown breakdown;
+    HeapBreakdown breakdown;
     for (auto& lib : libs) {
         bool ours = lib.get() == libs[0].get();
         r.libs.push_back(measureHeap(*lib, data, ours ? &breakdown : nullptr));
@@ -594,8 +529,7 @@ void printRatios(const char* title, const std::vector<FileResult>& results,
     for (size_t i = 1; i < libs.size(); ++i)
         std::printf(" %9s", libs[i]->name());
     std::printf("\n");
-    std::vector<double> logSum(libs.size(), 0);
-    std::vector<int> count(libs.size(), 0);
+    std::vector<GeoMean> means(libs.size());
     for (const FileResult& r : results) {
         if (r.libs.empty()) continue;
         std::printf("  %-22s", r.name.c_str());
@@ -604,8 +538,7 @@ void printRatios(const char* title, const std::vector<FileResult>& results,
             double peer = value(r.libs[i]);
             if (ours > 0 && peer > 0) {
                 double ratio = ours / peer;
-                logSum[i] += std::log(ratio);
-                ++count[i];
+                means[i].add(ratio);
                 std::printf(" %8.2f%1s", ratio, r.libs[i].mark.c_str());
             } else {
                 std::printf(" %9s", "-");
@@ -615,8 +548,8 @@ void printRatios(const char* title, const std::vector<FileResult>& results,
     }
     std::printf("  %-22s", "geometric mean");
     for (size_t i = 1; i < libs.size(); ++i) {
-        if (count[i]) {
-            std::printf(" %9.2f", std::exp(logSum[i] / count[i]));
+        if (means[i].count()) {
+            std::printf(" %9.2f", means[i].value());
         } else {
             std::printf(" %9s", "-");
         }
