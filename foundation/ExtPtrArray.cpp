@@ -26,20 +26,19 @@ bool ExtPtrArray::reserve(int capacity) {
     return true;
 }
 
-bool ExtPtrArray::grow(int needed) {
-    if (needed <= m_cap) return true;
-    if (needed < 0) return false;  // size overflowed int
+bool ExtPtrArray::grow() {
+    if (m_size < m_cap) return true;
+    if (m_cap == INT_MAX) return false;
     // Geometric growth (x2, at least 8 slots) whatever growBy asked for.
     int newCap = (m_cap <= INT_MAX / 2) ? m_cap * 2 : INT_MAX;
     if (newCap < 8) newCap = 8;
-    if (newCap < needed) newCap = needed;
     return reserve(newCap);
 }
 
 bool ExtPtrArray::insertAt(int index, void* p) {
     if (index < 0) index = 0;
     if (index >= m_size) return append(p);
-    if (m_size == m_cap && (m_size == INT_MAX || !grow(m_size + 1))) return false;
+    if (m_size == m_cap && !grow()) return false;
     std::memmove(m_items + index + 1, m_items + index,
                  static_cast<size_t>(m_size - index) * sizeof(void*));
     m_items[index] = p;

@@ -18,7 +18,7 @@ public:
     virtual ~ExtPtrArray();  // frees the slots only
 
     bool append(void* p) {
-        if (m_size == m_cap && !grow(m_size + 1)) return false;
+        if (m_size == m_cap && !grow()) return false;
         m_items[m_size++] = p;
         return true;
     }
@@ -49,7 +49,7 @@ public:
     int getCapacity() const { return m_cap; }
 
 private:
-    bool grow(int needed);
+    bool grow();  // room for at least one more element
 
     void** m_items;
     int m_size;
