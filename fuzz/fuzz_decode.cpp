@@ -3,10 +3,17 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
 
 #include "fuzz/decode_check.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    decodefuzz::checkBytes(data, size);
+    std::string failure = decodefuzz::check(data, size);
+    if (!failure.empty()) {
+        std::fprintf(stderr, "decode check failed: %s\n", failure.c_str());
+        std::abort();
+    }
     return 0;
 }

@@ -17,6 +17,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <stdexcept>
+#include <string>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -26,21 +28,35 @@
 
 namespace opsfuzz {
 
+// Under the fuzzer a broken invariant aborts at once, with the tree as it
+// is; the replay test asks for an exception instead, so that one bad input
+// fails one test and names itself.
+struct CheckFailure : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+inline bool& throwOnFailure() {
+    static bool flag = false;
+    return flag;
+}
+
 [[noreturn]] inline void fail(int step, const char* what) {
-    std::fprintf(stderr, "tree invariant broken after step %d: %s\n", step, what);
+    std::string message = "tree invariant broken after step " + std::to_string(step) + ": " + what;
+    if (throwOnFailure()) throw CheckFailure(message);
+    std::fprintf(stderr, "%s\n", message.c_str());
     std::abort();
 }
 
 // Hands out operand bytes; an exhausted input reads as zeros, so every
 // program is complete whatever its length.
 class ByteReader {
-public:
+  public:
     ByteReader(const uint8_t* data, size_t size) : data_(data), size_(size) {}
     bool atEnd() const { return pos_ >= size_; }
     uint8_t byte() { return pos_ < size_ ? data_[pos_++] : 0; }
     int below(int n) { return n > 0 ? byte() % n : 0; }
 
-private:
+  private:
     const uint8_t* data_;
     size_t size_;
     size_t pos_ = 0;
@@ -63,8 +79,12 @@ const char* pick(ByteReader& in, const char* const (&list)[N], bool allowNull) {
     return list[in.below(n)];
 }
 
-inline const char* tagText(const TreeNode* n) { return n->getTag(); }
-inline const char* contentText(const TreeNode* n) { return n->getContent(); }
+inline const char* tagText(const TreeNode* n) {
+    return n->getTag();
+}
+inline const char* contentText(const TreeNode* n) {
+    return n->getContent();
+}
 
 // True when `a` lies on the parent chain of `b` (or is `b`).
 inline bool isAncestorOrSelf(const TreeNode* a, const TreeNode* b) {
@@ -75,8 +95,11 @@ inline bool isAncestorOrSelf(const TreeNode* a, const TreeNode* b) {
 }
 
 class OpsProgram {
-public:
-    ~OpsProgram() { releaseAll(); }
+  public:
+    OpsProgram() = default;
+    OpsProgram(const OpsProgram&) = delete;
+    OpsProgram& operator=(const OpsProgram&) = delete;
+    ~OpsProgram() { releaseAll(false); }
 
     void run(const uint8_t* data, size_t size) {
         ByteReader in(data, size);
@@ -84,10 +107,14 @@ public:
             doOp(in);
             check();
         }
-        releaseAll();
+        releaseAll(true);
     }
 
-private:
+    // For tests of the checker itself: take a tree into the pool, and check.
+    void adoptTree(TreeNode* root) { adopt(root); }
+    void checkNow() { check(); }
+
+  private:
     // ---- addressing -------------------------------------------------------
 
     // Pre-order listing of one tree, built with an explicit stack.
@@ -98,7 +125,8 @@ private:
             TreeNode* n = stack.back();
             stack.pop_back();
             out.push_back(n);
-            for (int i = n->getNumChildren() - 1; i >= 0; --i) stack.push_back(n->getChild(i));
+            for (int i = n->getNumChildren() - 1; i >= 0; --i)
+                stack.push_back(n->getChild(i));
         }
     }
 
@@ -181,50 +209,107 @@ private:
         }
     }
 
-    void releaseAll() {
-        for (TreeNode* h : held_) {
-            if (!h->decTreeRefCount()) fail(step_, "decTreeRefCount of a held reference failed");
+    // Gives back every reference and deletes every pool tree. Checked at the
+    // end of a run; unchecked from the destructor, which may run while an
+    // exception from a failed check unwinds.
+    void releaseAll(bool checked) {
+        while (!held_.empty()) {
+            TreeNode* h = held_.back();
+            held_.pop_back();
+            if (!h->decTreeRefCount() && checked)
+                fail(step_, "decTreeRefCount of a held reference failed");
         }
-        held_.clear();
-        for (TreeNode* r : pool_) {
-            if (!r->decTreeRefCount()) fail(step_, "decTreeRefCount of an anchor failed");
-            if (r->getTreeRefCount() != 0) fail(step_, "refCount not 0 after releasing all");
-            if (!r->verifyRefCounts()) fail(step_, "verifyRefCounts false after release");
+        while (!pool_.empty()) {
+            TreeNode* r = pool_.back();
+            pool_.pop_back();
+            bool ok = r->decTreeRefCount() && r->getTreeRefCount() == 0 && r->verifyRefCounts();
             r->deleteTree();
+            if (!ok && checked) fail(step_, "references left after releasing all");
         }
-        pool_.clear();
     }
 
     // ---- operations ---------------------------------------------------------
 
     void doOp(ByteReader& in) {
         switch (in.below(26)) {
-            case 0: opCreateRoot(in); break;
-            case 1: opCreateNode(in); break;
-            case 2: opAttachDetached(in); break;
-            case 3: opAppendExisting(in); break;
-            case 4: opInsertExisting(in); break;
-            case 5: opRemoveChildByIndex(in); break;
-            case 6: opRemoveChildByTag(in); break;
-            case 7: opRemoveChildWithContent(in); break;
-            case 8: opMoveChild(in); break;
-            case 9: opDetach(in); break;
-            case 10: opSwapNode(in); break;
-            case 11: opSwapTree(in); break;
-            case 12: opSort(in); break;
-            case 13: opInsertAscending(in); break;
-            case 14: opCheckInsertAscending(in); break;
-            case 15: opIncRef(in); break;
-            case 16: opDecRef(in); break;
-            case 17: opAttributes(in); break;
-            case 18: opContent(in); break;
-            case 19: opRenameChildTag(in); break;
-            case 20: opSetTag(in); break;
-            case 21: opDeleteTree(in); break;
-            case 22: opWriteAndReparse(in); break;
-            case 23: opReadOnly(in); break;
-            case 24: opDetachUnanchored(in); break;
-            default: opRemoveByIndexUnanchored(in); break;
+            case 0:
+                opCreateRoot(in);
+                break;
+            case 1:
+                opCreateNode(in);
+                break;
+            case 2:
+                opAttachDetached(in);
+                break;
+            case 3:
+                opAppendExisting(in);
+                break;
+            case 4:
+                opInsertExisting(in);
+                break;
+            case 5:
+                opRemoveChildByIndex(in);
+                break;
+            case 6:
+                opRemoveChildByTag(in);
+                break;
+            case 7:
+                opRemoveChildWithContent(in);
+                break;
+            case 8:
+                opMoveChild(in);
+                break;
+            case 9:
+                opDetach(in);
+                break;
+            case 10:
+                opSwapNode(in);
+                break;
+            case 11:
+                opSwapTree(in);
+                break;
+            case 12:
+                opSort(in);
+                break;
+            case 13:
+                opInsertAscending(in);
+                break;
+            case 14:
+                opCheckInsertAscending(in);
+                break;
+            case 15:
+                opIncRef(in);
+                break;
+            case 16:
+                opDecRef(in);
+                break;
+            case 17:
+                opAttributes(in);
+                break;
+            case 18:
+                opContent(in);
+                break;
+            case 19:
+                opRenameChildTag(in);
+                break;
+            case 20:
+                opSetTag(in);
+                break;
+            case 21:
+                opDeleteTree(in);
+                break;
+            case 22:
+                opWriteAndReparse(in);
+                break;
+            case 23:
+                opReadOnly(in);
+                break;
+            case 24:
+                opDetachUnanchored(in);
+                break;
+            default:
+                opRemoveByIndexUnanchored(in);
+                break;
         }
     }
 
@@ -234,8 +319,12 @@ private:
         const char* text = pick(in, kTexts, true);
         TreeNode* root = nullptr;
         switch (in.below(3)) {
-            case 0: root = TreeNode::createRoot(tag); break;
-            case 1: root = TreeNode::createRoot2(tag, text); break;
+            case 0:
+                root = TreeNode::createRoot(tag);
+                break;
+            case 1:
+                root = TreeNode::createRoot2(tag, text);
+                break;
             default: {
                 DataBuffer bytes;
                 if (text) bytes.append(text, static_cast<unsigned>(std::strlen(text)));
@@ -255,8 +344,12 @@ private:
         const char* text = pick(in, kTexts, true);
         TreeNode* node = nullptr;
         switch (in.below(3)) {
-            case 0: node = TreeNode::createNode(parent, tag); break;
-            case 1: node = TreeNode::createNode2(parent, tag, text); break;
+            case 0:
+                node = TreeNode::createNode(parent, tag);
+                break;
+            case 1:
+                node = TreeNode::createNode2(parent, tag, text);
+                break;
             default: {
                 DataBuffer bytes;
                 if (text) bytes.append(text, static_cast<unsigned>(std::strlen(text)));
@@ -300,7 +393,8 @@ private:
         TreeNode* target = pickNode(in);
         TreeNode* child = pickNode(in);
         if (!target) return;
-        bool expect = child->getParent() == nullptr && child->getTreeInfo() != target->getTreeInfo();
+        bool expect =
+            child->getParent() == nullptr && child->getTreeInfo() != target->getTreeInfo();
         int refs = child->getTreeRefCount() + target->getTreeRefCount();
         bool got = target->appendChild2(child, 1005);
         if (got != expect) fail(step_, "appendChild2 result wrong");
@@ -465,13 +559,27 @@ private:
         const char* tag = pick(in, kTags, false);
         const char* name = pick(in, kAttrNames, false);
         switch (kind) {
-            case 0: node->sortByTag(asc, ci); break;
-            case 1: node->sortByContent(asc, ci); break;
-            case 2: node->sortByAttribute(name, asc, ci); break;
-            case 3: node->sortByAttributeInt(name, asc); break;
-            case 4: node->sortRecordsByAttribute(tag, name, asc, ci); break;
-            case 5: node->sortRecordsByContent(tag, asc, ci); break;
-            default: node->sortRecordsByContentInt(tag, asc); break;
+            case 0:
+                node->sortByTag(asc, ci);
+                break;
+            case 1:
+                node->sortByContent(asc, ci);
+                break;
+            case 2:
+                node->sortByAttribute(name, asc, ci);
+                break;
+            case 3:
+                node->sortByAttributeInt(name, asc);
+                break;
+            case 4:
+                node->sortRecordsByAttribute(tag, name, asc, ci);
+                break;
+            case 5:
+                node->sortRecordsByContent(tag, asc, ci);
+                break;
+            default:
+                node->sortRecordsByContentInt(tag, asc);
+                break;
         }
         if (kind <= 1) checkSorted(node, kind == 0, asc != 0, ci);
     }
@@ -551,14 +659,18 @@ private:
         const char* name = pick(in, kAttrNames, true);
         const char* value = pick(in, kAttrValues, true);
         switch (in.below(5)) {
-            case 0: node->addAttribute(name, value); break;
+            case 0:
+                node->addAttribute(name, value);
+                break;
             case 1:
                 if (name) node->updateAttribute(name, value);
                 break;
             case 2:
                 if (name) node->removeAttribute(name);
                 break;
-            case 3: node->removeAllAttributes(); break;
+            case 3:
+                node->removeAllAttributes();
+                break;
             default: {
                 TreeNode* from = pickNode(in);
                 node->copyAttributes(*from);
@@ -574,13 +686,27 @@ private:
         const char* text = pick(in, kTexts, true);
         int len = text ? static_cast<int>(std::strlen(text)) : 0;
         switch (in.below(7)) {
-            case 0: node->setContentUtf8(text); break;
-            case 1: node->appendContent(text); break;
-            case 2: node->setContentN(text, len); break;
-            case 3: node->setContentN(nullptr, 0); break;
-            case 4: node->appendContentChar(static_cast<char>('a' + in.below(26))); break;
-            case 5: node->appendContentInt(static_cast<int8_t>(in.byte())); break;
-            default: node->setCdata(in.below(2) != 0); break;
+            case 0:
+                node->setContentUtf8(text);
+                break;
+            case 1:
+                node->appendContent(text);
+                break;
+            case 2:
+                node->setContentN(text, len);
+                break;
+            case 3:
+                node->setContentN(nullptr, 0);
+                break;
+            case 4:
+                node->appendContentChar(static_cast<char>('a' + in.below(26)));
+                break;
+            case 5:
+                node->appendContentInt(static_cast<int8_t>(in.byte()));
+                break;
+            default:
+                node->setCdata(in.below(2) != 0);
+                break;
         }
     }
 
@@ -636,8 +762,10 @@ private:
 
     void check() {
         std::unordered_map<const TreeNode*, int> expected;
-        for (TreeNode* h : held_) ++expected[h];
-        for (TreeNode* r : pool_) ++expected[r];
+        for (TreeNode* h : held_)
+            ++expected[h];
+        for (TreeNode* r : pool_)
+            ++expected[r];
         std::unordered_set<const TreeNode*> seen;
         std::unordered_set<const TreeInfo*> infos;
         size_t heldSeen = 0;

@@ -1,0 +1,158 @@
+// Replays the operations and decoding fuzzers' seed corpora and saved
+// regression inputs through the same checks the fuzzers run.
+
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "fuzz/decode_check.h"
+#include "fuzz/ops_program.h"
+
+namespace {
+
+const std::string kFuzzDir = std::string(XMLTREE_TEST_DATA_DIR) + "/../../fuzz/";
+
+// Regular files only, sorted, so a failure names the same input every run.
+std::vector<std::string> filesIn(const std::string& dir) {
+    std::vector<std::string> out;
+    if (DIR* d = opendir(dir.c_str())) {
+        while (dirent* e = readdir(d)) {
+            std::string path = dir + e->d_name;
+            struct stat st;
+            if (e->d_name[0] == '.' || stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode))
+                continue;
+            out.push_back(path);
+        }
+        closedir(d);
+    }
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+std::string readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+const uint8_t* bytesOf(const std::string& s) {
+    return reinterpret_cast<const uint8_t*>(s.data());
+}
+
+class OpsReplay : public ::testing::Test {
+  protected:
+    void SetUp() override { opsfuzz::throwOnFailure() = true; }
+    void TearDown() override { opsfuzz::throwOnFailure() = false; }
+
+    static void replay(const std::string& dir) {
+        for (const std::string& path : filesIn(dir)) {
+            std::string program = readFile(path);
+            try {
+                opsfuzz::runProgram(bytesOf(program), program.size());
+            } catch (const opsfuzz::CheckFailure& e) {
+                ADD_FAILURE() << path << ": " << e.what();
+            }
+        }
+    }
+};
+
+TEST_F(OpsReplay, SeedCorpus) {
+    ASSERT_GE(filesIn(kFuzzDir + "corpus/ops/").size(), 5u);
+    replay(kFuzzDir + "corpus/ops/");
+}
+
+TEST_F(OpsReplay, SavedRegressions) {
+    replay(kFuzzDir + "regressions/ops/");
+}
+
+TEST_F(OpsReplay, EveryOpcodeOnAGrownTree) {
+    // Each opcode in turn, repeated with varied operands, over a pool that
+    // the first bytes fill: a smoke run through every operation's path.
+    std::vector<uint8_t> program;
+    for (int i = 0; i < 40; ++i)
+        program.insert(program.end(), {1, 1, 0, 0, 0, 0, 0, 0});
+    for (int round = 0; round < 4; ++round) {
+        for (uint8_t op = 0; op < 26; ++op) {
+            program.push_back(op);
+            for (int k = 0; k < 8; ++k)
+                program.push_back(static_cast<uint8_t>(round * 37 + k * 11));
+        }
+    }
+    program.insert(program.begin(), {0, 0, 0, 0});
+    try {
+        opsfuzz::runProgram(program.data(), program.size());
+    } catch (const opsfuzz::CheckFailure& e) {
+        ADD_FAILURE() << e.what();
+    }
+}
+
+TEST_F(OpsReplay, CheckerSeesAReferenceTakenBehindItsBack) {
+    opsfuzz::OpsProgram program;
+    TreeNode* root = TreeNode::createRoot("r");
+    TreeNode* child = TreeNode::createNode(root, "c");
+    program.adoptTree(root);
+    EXPECT_NO_THROW(program.checkNow());
+    ASSERT_TRUE(child->incTreeRefCount());
+    EXPECT_THROW(program.checkNow(), opsfuzz::CheckFailure);
+    ASSERT_TRUE(child->decTreeRefCount());
+    EXPECT_NO_THROW(program.checkNow());
+}
+
+TEST_F(OpsReplay, CheckerSeesBrokenSiblingLinks) {
+    opsfuzz::OpsProgram program;
+    TreeNode* root = TreeNode::createRoot("r");
+    TreeNode::createNode(root, "a");
+    TreeNode::createNode(root, "b");
+    program.adoptTree(root);
+    EXPECT_NO_THROW(program.checkNow());
+    // Reorder the array alone; the sibling links still tell the old order.
+    ExtPtrArray* kids = root->getChildrenArray();
+    void* first = kids->removeAt(0);
+    kids->append(first);
+    EXPECT_THROW(program.checkNow(), opsfuzz::CheckFailure);
+    root->rebuildChildrenSiblingList();
+    EXPECT_NO_THROW(program.checkNow());
+}
+
+void replayDecode(const std::string& dir) {
+    for (const std::string& path : filesIn(dir)) {
+        std::string bytes = readFile(path);
+        EXPECT_EQ(decodefuzz::check(bytesOf(bytes), bytes.size()), "") << path;
+    }
+}
+
+TEST(DecodeReplay, SeedCorpus) {
+    ASSERT_GE(filesIn(kFuzzDir + "corpus/decode/").size(), 5u);
+    replayDecode(kFuzzDir + "corpus/decode/");
+}
+
+TEST(DecodeReplay, SavedRegressions) {
+    replayDecode(kFuzzDir + "regressions/decode/");
+}
+
+TEST(DecodeReplay, Utf16InputLeavesUtf8InTheBuffer) {
+    // The check parses the decoded buffer a second time; that only means
+    // something if decoding really happened in place.
+    const char raw[] = "\xff\xfe<\0r\0>\0\xe9\0<\0/\0r\0>\0";
+    std::string doc(raw, sizeof(raw) - 1);
+    DataBuffer bytes;
+    ASSERT_TRUE(bytes.append(doc.data(), static_cast<unsigned>(doc.size())));
+    LogNull log;
+    TreeNode* root = nullptr;
+    ASSERT_TRUE(TreeNode::customParseData2(bytes, nullptr, log, &root, true));
+    ASSERT_NE(root, nullptr);
+    EXPECT_STREQ(root->getContent(), "\xc3\xa9");
+    std::string text(reinterpret_cast<const char*>(bytes.getData2()), bytes.getSize());
+    EXPECT_NE(text.find("<r>\xc3\xa9</r>"), std::string::npos);
+    root->deleteTree();
+    EXPECT_EQ(decodefuzz::check(bytesOf(doc), doc.size()), "");
+}
+
+}  // namespace
