@@ -1,4 +1,5 @@
 #include <climits>
+#include <random>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -166,6 +167,33 @@ TEST(StringBuffer, ReplaceAllIsOnePass) {
     EXPECT_STREQ(d.getString(), "aaaaaa");
     EXPECT_EQ(d.replaceAllOccurances("x", "y"), 0);
     EXPECT_STREQ(d.getString(), "aaaaaa");
+}
+
+TEST(StringBuffer, ReplaceAllAgreesWithReference) {
+    std::mt19937 rng(11);
+    auto randomText = [&](int maxLen) {
+        std::string s(rng() % (maxLen + 1), ' ');
+        for (char& c : s) c = "ab&;"[rng() % 4];
+        return s;
+    };
+    for (int i = 0; i < 5000; ++i) {
+        const std::string t = randomText(40), to = randomText(4);
+        std::string from = randomText(3);
+        if (from.empty()) from = "a";
+        std::string expect;
+        int count = 0;
+        for (size_t pos = 0;;) {
+            const size_t hit = t.find(from, pos);
+            expect += t.substr(pos, hit == std::string::npos ? std::string::npos : hit - pos);
+            if (hit == std::string::npos) break;
+            expect += to;
+            ++count;
+            pos = hit + from.size();
+        }
+        StringBuffer sb(t.c_str());
+        ASSERT_EQ(sb.replaceAllOccurances(from.c_str(), to.c_str()), count);
+        ASSERT_EQ(text(sb), expect) << t << " / " << from << " -> " << to;
+    }
 }
 
 TEST(StringBuffer, CharRemovalTrimAndNames) {

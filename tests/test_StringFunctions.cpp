@@ -1,5 +1,7 @@
 #include <chrono>
+#include <random>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -53,6 +55,38 @@ TEST(StringFunctions, WildcardHasNoExponentialBacktracking) {
     EXPECT_TRUE(wildcardMatch(text.c_str(), (pattern.substr(0, 60) + "*").c_str(), true));
     auto elapsed = std::chrono::steady_clock::now() - start;
     EXPECT_LT(std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count(), 500);
+}
+
+// Plain dynamic-programming matcher, the reference for the greedy one.
+bool referenceMatch(const std::string& t, const std::string& p) {
+    std::vector<std::vector<char>> m(t.size() + 1, std::vector<char>(p.size() + 1, 0));
+    m[0][0] = 1;
+    for (size_t j = 1; j <= p.size(); ++j) m[0][j] = p[j - 1] == '*' && m[0][j - 1];
+    for (size_t i = 1; i <= t.size(); ++i) {
+        for (size_t j = 1; j <= p.size(); ++j) {
+            const char pc = p[j - 1];
+            if (pc == '*')
+                m[i][j] = m[i - 1][j] || m[i][j - 1];
+            else
+                m[i][j] = (pc == '?' || pc == t[i - 1]) && m[i - 1][j - 1];
+        }
+    }
+    return m[t.size()][p.size()];
+}
+
+TEST(StringFunctions, WildcardAgreesWithReference) {
+    std::mt19937 rng(7);
+    auto randomText = [&](const char* alphabet, int maxLen) {
+        std::string s(rng() % (maxLen + 1), ' ');
+        for (char& c : s) c = alphabet[rng() % std::char_traits<char>::length(alphabet)];
+        return s;
+    };
+    for (int i = 0; i < 20000; ++i) {
+        const std::string t = randomText("ab", 8);
+        const std::string p = randomText("ab*?", 6);
+        ASSERT_EQ(wildcardMatch(t.c_str(), p.c_str(), true), referenceMatch(t, p))
+            << '"' << t << "\" against \"" << p << '"';
+    }
 }
 
 }  // namespace
