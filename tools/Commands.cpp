@@ -100,7 +100,8 @@ void writeMatch(TreeNode* node, StringBuffer& out) {
     if (node->openTag(out, 0)) return;
     node->outputContent(out);
     int n = childCount(node);
-    for (int i = 0; i < n; ++i) childAt(node, i)->createXML(out, i, 1, false);
+    for (int i = 0; i < n; ++i)
+        childAt(node, i)->createXML(out, i, 1, false);
     node->closeTag(out, 0);
 }
 
@@ -244,7 +245,7 @@ int runFormat(const Options& o) {
     LoadedTree tree;
     int status = tree.load(o);
     if (status != kExitOk) return status;
-    return emitDocument(o, tree.root());
+    return emitDocument(o, tree.root(), tree.stats().inputBytes);
 }
 
 int runText(const Options& o) {
@@ -301,7 +302,7 @@ int runSort(const Options& o) {
                            displayName(o.input).c_str());
     }
     applySort(target, key, o.descending, o.ignoreCase);
-    return emitDocument(o, tree.root());
+    return emitDocument(o, tree.root(), tree.stats().inputBytes);
 }
 
 int runStats(const Options& o) {

@@ -13,6 +13,8 @@
 
 namespace {
 
+const uint64_t kMaxReserve = 1u << 30;
+
 std::string folderOf(const std::string& path) {
     size_t slash = path.rfind('/');
     if (slash == std::string::npos) return ".";
@@ -104,9 +106,13 @@ void documentText(TreeNode* root, bool omitDeclaration, StringBuffer& out, size_
     start = (text[0] == '\r' && text[1] == '\n') ? 2 : 0;
 }
 
-int emitDocument(const Options& o, TreeNode* root) {
+int emitDocument(const Options& o, TreeNode* root, uint64_t sizeHint) {
     declareUtf8(root);
     StringBuffer out;
+    // Room for the whole text up front spares the copies of repeated growth;
+    // pages never written to cost nothing.
+    uint64_t room = sizeHint + sizeHint / 2 + 4096;
+    out.reserve(static_cast<int>(room < kMaxReserve ? room : kMaxReserve));
     size_t start = 0;
     documentText(root, o.noDeclaration, out, start);
     const char* text = out.getString() + start;

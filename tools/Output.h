@@ -2,6 +2,7 @@
 #define XMLTREE_TOOLS_OUTPUT_H
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 #include "Options.h"
@@ -27,7 +28,8 @@ void documentText(TreeNode* root, bool omitDeclaration, StringBuffer& out, size_
 // another encoding is made to name utf-8; one without encoding stays so.
 void declareUtf8(TreeNode* root);
 
-// Writes the document of root to -o OUT or to standard output.
-int emitDocument(const Options& opts, TreeNode* root);
+// Writes the document of root to -o OUT or to standard output. sizeHint is
+// the size of the input, from which the output buffer is sized.
+int emitDocument(const Options& opts, TreeNode* root, uint64_t sizeHint);
 
 #endif
