@@ -1,9 +1,6 @@
 #ifndef XMLTREE_TESTS_TREECHECK_H
 #define XMLTREE_TESTS_TREECHECK_H
 
-// Structural invariants of a whole tree, checked without recursion so that
-// it also serves for very deep trees.
-
 #include <gtest/gtest.h>
 
 #include <string>
@@ -11,60 +8,56 @@
 
 #include "xmltree/TreeNode.h"
 
+// Whole-tree invariants, walked with an explicit stack so deep trees work:
+// one shared record whose root points back, parent and sibling links that
+// match the children arrays, and the reference count equal to the sum.
 inline ::testing::AssertionResult treeIsConsistent(TreeNode* anyNode) {
-    if (!anyNode || !anyNode->getTreeInfo()) {
-        return ::testing::AssertionFailure() << "node has no tree";
-    }
-    TreeInfo* info = anyNode->getTreeInfo();
-    TreeNode* root = info->root;
-    if (!root || root->getTreeInfo() != info) {
-        return ::testing::AssertionFailure() << "record's root does not point back";
-    }
-    if (root->getParent() || root->getPrevSibling() || root->getNextSibling()) {
-        return ::testing::AssertionFailure() << "root has a parent or siblings";
+    TreeInfo* info = anyNode ? anyNode->getTreeInfo() : nullptr;
+    TreeNode* root = info ? info->root : nullptr;
+    if (!root || root->getTreeInfo() != info || root->getParent() || root->getPrevSibling() ||
+        root->getNextSibling()) {
+        return ::testing::AssertionFailure() << "bad root or record";
     }
     std::vector<TreeNode*> stack{root};
     while (!stack.empty()) {
         TreeNode* node = stack.back();
         stack.pop_back();
-        if (node->getMagic() != kTreeMagicAlive) {
-            return ::testing::AssertionFailure() << "dead node in tree";
-        }
-        if (node->getTreeInfo() != info) {
-            return ::testing::AssertionFailure()
-                   << "node <" << node->getTag() << "> has another tree record";
+        if (node->getMagic() != kTreeMagicAlive || node->getTreeInfo() != info) {
+            return ::testing::AssertionFailure() << "<" << node->getTag() << "> not in tree";
         }
         int n = node->getNumChildren();
         for (int i = 0; i < n; ++i) {
-            TreeNode* child = node->getChild(i);
-            TreeNode* prev = i > 0 ? node->getChild(i - 1) : nullptr;
-            TreeNode* next = i + 1 < n ? node->getChild(i + 1) : nullptr;
-            if (child->getParent() != node) {
+            TreeNode* c = node->getChild(i);
+            if (c->getParent() != node || c->getPrevSibling() != node->getChild(i - 1) ||
+                c->getNextSibling() != node->getChild(i + 1)) {
                 return ::testing::AssertionFailure()
-                       << "child " << i << " of <" << node->getTag() << "> has wrong parent";
+                       << "links of child " << i << " of <" << node->getTag() << ">";
             }
-            if (child->getPrevSibling() != prev || child->getNextSibling() != next) {
-                return ::testing::AssertionFailure() << "sibling links of child " << i << " of <"
-                                                     << node->getTag() << "> are off";
-            }
-            stack.push_back(child);
+            stack.push_back(c);
         }
     }
-    if (!root->verifyRefCounts()) {
-        return ::testing::AssertionFailure()
-               << "refCount " << info->refCount << " != sum " << root->localRefcountSum();
-    }
+    if (!root->verifyRefCounts()) return ::testing::AssertionFailure() << "refCount off";
     return ::testing::AssertionSuccess();
 }
 
-// Tag texts of the children, joined with commas: "a,b,c".
+// Children's tags joined with commas: "a,b,c".
 inline std::string childTags(TreeNode* node) {
     std::string out;
     for (int i = 0; i < node->getNumChildren(); ++i) {
-        if (i) out += ',';
-        out += node->getChild(i)->getTag();
+        out += (i ? "," : "") + std::string(node->getChild(i)->getTag());
     }
     return out;
+}
+
+// A root with one child per letter of `names`, each tagged and filled with
+// its letter.
+inline TreeNode* makeTree(const char* names) {
+    TreeNode* root = TreeNode::createRoot("root");
+    for (const char* p = names; *p; ++p) {
+        char text[2] = {*p, 0};
+        TreeNode::createNode2(root, text, text);
+    }
+    return root;
 }
 
 #endif

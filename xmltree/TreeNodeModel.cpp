@@ -14,55 +14,58 @@ namespace {
 // Trees may be created on different threads; the atomic keeps ids unique.
 std::atomic<int> NextTreeID{100};
 
-// The children still waiting to be destroyed by the outermost ~TreeNode on
-// this thread. Nested destructors hand their children to it instead of
-// deleting them, so destroying a deep tree never recurses.
+// Children arrays still being emptied by the outermost ~TreeNode on this
+// thread. A nested destructor hands its whole array over instead of deleting
+// its children itself, so destroying a deep tree never recurses. Each array
+// is reversed once so that popping from its end yields index order; the
+// result is the same pre-order as plain recursion.
 thread_local ExtPtrArray* tnDestroyList = nullptr;
 
-// Pushes in reverse so that child 0 is popped (and destroyed) first.
-bool pushChildrenReversed(ExtPtrArray& list, ExtPtrArray& kids) {
+void reverseInPlace(ExtPtrArray& kids) {
     void** items = kids.getItems();
-    for (int i = kids.getSize() - 1; i >= 0; --i) {
-        if (!list.append(items[i])) return false;
-    }
-    return true;
-}
-
-// Used only when the worklist cannot grow: plain deletion in index order.
-void deleteChildrenDirectly(ExtPtrArray& kids) {
-    int n = kids.getSize();
-    for (int i = 0; i < n; ++i) {
-        TreeNode* child = static_cast<TreeNode*>(kids.elementAt(i));
-        if (child && child->getMagic() == kTreeMagicAlive) delete child;
+    for (int i = 0, j = kids.getSize() - 1; i < j; ++i, --j) {
+        void* t = items[i];
+        items[i] = items[j];
+        items[j] = t;
     }
 }
 
-void drainDestroyList(ExtPtrArray& list) {
-    while (list.getSize() > 0) {
-        TreeNode* node = static_cast<TreeNode*>(list.pop());
-        if (node && node->getMagic() == kTreeMagicAlive) delete node;
+void deleteIfAlive(void* p) {
+    TreeNode* node = static_cast<TreeNode*>(p);
+    if (node && node->getMagic() == kTreeMagicAlive) delete node;
+}
+
+void drainDestroyList(ExtPtrArray& arrays) {
+    while (arrays.getSize() > 0) {
+        ExtPtrArray* kids = static_cast<ExtPtrArray*>(arrays.lastElement());
+        void* child = kids->pop();
+        // An exhausted array goes before its last child is destroyed, so a
+        // chain keeps the list at one entry however deep it is.
+        if (kids->getSize() == 0) {
+            arrays.pop();
+            delete kids;
+        }
+        deleteIfAlive(child);
     }
 }
 
-// Either hands the children to the active worklist or, for the outermost
-// destructor, runs the worklist until the whole subtree is gone.
-void destroyChildren(ExtPtrArray& kids) {
-    if (tnDestroyList) {
-        int mark = tnDestroyList->getSize();
-        if (pushChildrenReversed(*tnDestroyList, kids)) return;
-        while (tnDestroyList->getSize() > mark)
-            tnDestroyList->pop();
-        deleteChildrenDirectly(kids);
-        return;
+// Takes ownership of `kids` and destroys the children in index order.
+void destroyChildren(ExtPtrArray* kids) {
+    reverseInPlace(*kids);
+    if (tnDestroyList && tnDestroyList->append(kids)) return;
+    if (!tnDestroyList) {
+        ExtPtrArray arrays;
+        if (arrays.append(kids)) {
+            tnDestroyList = &arrays;
+            drainDestroyList(arrays);
+            tnDestroyList = nullptr;
+            return;
+        }
     }
-    ExtPtrArray list;
-    if (!pushChildrenReversed(list, kids)) {
-        deleteChildrenDirectly(kids);
-        return;
-    }
-    tnDestroyList = &list;
-    drainDestroyList(list);
-    tnDestroyList = nullptr;
+    // The list could not grow: fall back to deleting directly.
+    while (kids->getSize() > 0)
+        deleteIfAlive(kids->pop());
+    delete kids;
 }
 
 template <class MakeNode>
@@ -158,9 +161,9 @@ TreeNode::~TreeNode() {
     delete attributes;
     attributes = nullptr;
     if (children) {
-        destroyChildren(*children);
-        delete children;
+        ExtPtrArray* kids = children;
         children = nullptr;
+        destroyChildren(kids);
     }
     parent = nullptr;
     nextSibling = nullptr;

@@ -1,44 +1,42 @@
 // Whole-subtree walks that keep tree membership and reference counts right.
 // They run on an explicit stack so that document depth never reaches the
-// call stack.
+// call stack. Childless nodes are handled where they are found instead of
+// being pushed: a node with a million leaf children then needs no stack
+// room at all.
 
 #include "xmltree/TreeNode.h"
 
-namespace {
-
-void pushChildren(ExtPtrArray& stack, const ExtPtrArray* kids) {
-    if (!kids) return;
-    void** items = kids->getItems();
-    int n = kids->getSize();
-    for (int i = 0; i < n; ++i)
-        stack.append(items[i]);
-}
-
-}  // namespace
-
 void TreeNode::setInfoRecursive(TreeInfo* info) {
-    if (getNumChildren() == 0) {
-        treeInfo = info;
-        return;
-    }
+    treeInfo = info;
+    if (getNumChildren() == 0) return;
     ExtPtrArray stack;
     stack.append(this);
     while (stack.getSize() > 0) {
         TreeNode* node = static_cast<TreeNode*>(stack.pop());
-        node->treeInfo = info;
-        pushChildren(stack, node->children);
+        void** items = node->children->getItems();
+        int n = node->children->getSize();
+        for (int i = 0; i < n; ++i) {
+            TreeNode* child = static_cast<TreeNode*>(items[i]);
+            child->treeInfo = info;
+            if (child->getNumChildren() > 0) stack.append(child);
+        }
     }
 }
 
 int TreeNode::localRefcountSum() {
-    if (getNumChildren() == 0) return localRefCount;
-    int sum = 0;
+    int sum = localRefCount;
+    if (getNumChildren() == 0) return sum;
     ExtPtrArray stack;
     stack.append(this);
     while (stack.getSize() > 0) {
         TreeNode* node = static_cast<TreeNode*>(stack.pop());
-        sum += node->localRefCount;
-        pushChildren(stack, node->children);
+        void** items = node->children->getItems();
+        int n = node->children->getSize();
+        for (int i = 0; i < n; ++i) {
+            TreeNode* child = static_cast<TreeNode*>(items[i]);
+            sum += child->localRefCount;
+            if (child->getNumChildren() > 0) stack.append(child);
+        }
     }
     return sum;
 }
