@@ -9,27 +9,30 @@
 
 namespace {
 
-std::string writeXml(TreeNode* node, int index, int depth, bool omitDeclaration) {
+std::string xml(TreeNode* node, int index = 1, int depth = 0, bool omitDeclaration = false) {
     StringBuffer out;
     node->createXML(out, index, depth, omitDeclaration);
     return std::string(out.getString(), static_cast<size_t>(out.getSize()));
 }
 
+std::string content(TreeNode* node) {
+    StringBuffer out;
+    node->outputContent(out);
+    return out.getString();
+}
+
 std::string readGolden(const char* name) {
-    std::string path = std::string(XMLTREE_TEST_DATA_DIR) + "/writer/" + name;
-    std::ifstream in(path, std::ios::binary);
-    EXPECT_TRUE(in.good()) << "cannot read " << path;
+    std::ifstream in(std::string(XMLTREE_TEST_DATA_DIR) + "/writer/" + name, std::ios::binary);
+    EXPECT_TRUE(in.good()) << name;
     std::ostringstream text;
     text << in.rdbuf();
     return text.str();
 }
 
-std::string blanks(int n) {
-    return std::string(static_cast<size_t>(n), ' ');
-}
+const std::string kCap(200, ' ');
 
-// Owns a tree for the length of a test. The reference it holds keeps the
-// tree alive when a test removes a child.
+// Owns a tree for one test; its reference keeps the tree alive when a child
+// is removed.
 struct Tree {
     TreeNode* root;
     explicit Tree(const char* tag) : root(TreeNode::createRoot(tag)) { root->incTreeRefCount(); }
@@ -41,260 +44,137 @@ struct Tree {
 
 // ---- the worked examples ------------------------------------------------
 
-// Root "a" with a declaration, "b" with x<y and an empty "c".
-TreeNode* buildSmallDocument() {
-    TreeNode* a = TreeNode::createRoot("a");
-    a->setDocEncoding("utf-8");
-    TreeNode::createNode2(a, "b", "x<y");
-    TreeNode::createNode(a, "c");
-    return a;
-}
-
-TEST(WriterExamples, DeclarationThenElementsWithoutEmptyLine) {
-    TreeNode* a = buildSmallDocument();
-    EXPECT_EQ(writeXml(a, 0, 0, false),
-              "<?xml version=\"1.0\" encoding=\"utf-8\" ?>\r\n"
-              "<a>\r\n"
-              "    <b>x&lt;y</b>\r\n"
-              "    <c />\r\n"
-              "</a>\r\n");
-    a->deleteTree();
-}
-
-TEST(WriterExamples, OmittedDeclarationLeavesEmptyFirstLine) {
-    TreeNode* a = buildSmallDocument();
-    EXPECT_EQ(writeXml(a, 0, 0, true),
-              "\r\n"
-              "<a>\r\n"
-              "    <b>x&lt;y</b>\r\n"
-              "    <c />\r\n"
-              "</a>\r\n");
-    a->deleteTree();
+TEST(WriterExamples, DeclarationAndOmittedDeclaration) {
+    Tree t("a");
+    t.root->setDocEncoding("utf-8");
+    TreeNode::createNode2(t.root, "b", "x<y");
+    TreeNode::createNode(t.root, "c");
+    const std::string body = "<a>\r\n    <b>x&lt;y</b>\r\n    <c />\r\n</a>\r\n";
+    EXPECT_EQ(xml(t.root, 0), "<?xml version=\"1.0\" encoding=\"utf-8\" ?>\r\n" + body);
+    EXPECT_EQ(xml(t.root, 0, 0, true), "\r\n" + body);
 }
 
 TEST(WriterExamples, CdataContentLosesItsTerminator) {
     Tree t("note");
     t.root->setContentUtf8("a]]>b");
     t.root->setCdata(true);
-    EXPECT_EQ(writeXml(t.root, 1, 0, false), "<note><![CDATA[ab]]></note>\r\n");
+    EXPECT_EQ(xml(t.root), "<note><![CDATA[ab]]></note>\r\n");
 }
 
 TEST(WriterExamples, ContentAndChildAtDepthOne) {
     Tree t("doc");
     TreeNode* p = TreeNode::createNode2(t.root, "p", "text");
     TreeNode::createNode(p, "q");
-    EXPECT_EQ(writeXml(p, 1, 1, false),
-              "    <p>text\r\n"
-              "        <q />\r\n"
-              "    </p>\r\n");
-    // The first child of its parent starts on a new line.
-    EXPECT_EQ(writeXml(p, 0, 1, false),
-              "\r\n    <p>text\r\n"
-              "        <q />\r\n"
-              "    </p>\r\n");
+    EXPECT_EQ(xml(p, 1, 1), "    <p>text\r\n        <q />\r\n    </p>\r\n");
+    EXPECT_EQ(xml(p, 0, 1), "\r\n    <p>text\r\n        <q />\r\n    </p>\r\n");
 }
 
 TEST(WriterExamples, IndentationStopsAtFiftyLevels) {
     Tree t("doc");
     TreeNode* e = TreeNode::createNode(t.root, "e");
-    EXPECT_EQ(writeXml(e, 1, 60, false), blanks(200) + "<e />\r\n");
-    EXPECT_EQ(writeXml(e, 1, 50, false), blanks(200) + "<e />\r\n");
-    EXPECT_EQ(writeXml(e, 1, 49, false), blanks(196) + "<e />\r\n");
-    EXPECT_EQ(writeXml(e, 1, 0, false), "<e />\r\n");
+    EXPECT_EQ(xml(e, 1, 60), kCap + "<e />\r\n");
+    EXPECT_EQ(xml(e, 1, 50), kCap + "<e />\r\n");
+    EXPECT_EQ(xml(e, 1, 49), kCap.substr(4) + "<e />\r\n");
+    EXPECT_EQ(xml(e, 1, 0), "<e />\r\n");
 }
 
-// ---- elements -----------------------------------------------------------
+// ---- elements and content ---------------------------------------------------
 
-TEST(WriterElements, EmptyChildrenArrayClosesOnTheSameLine) {
+TEST(WriterElements, CloseTagIndentation) {
     Tree t("doc");
     TreeNode* e = TreeNode::createNode(t.root, "e");
     TreeNode::createNode(e, "gone");
-    e->removeChildByIndex(0);
+    e->removeChildByIndex(0);  // the children array stays, empty
     ASSERT_NE(e->getChildrenArray(), nullptr);
-    ASSERT_EQ(e->getNumChildren(), 0);
-    EXPECT_EQ(writeXml(e, 1, 1, false), "    <e>    </e>\r\n");
+    EXPECT_EQ(xml(e, 1, 1), "    <e>    </e>\r\n");
     e->setContentUtf8("text");
-    EXPECT_EQ(writeXml(e, 1, 1, false), "    <e>text    </e>\r\n");
+    EXPECT_EQ(xml(e, 1, 1), "    <e>text    </e>\r\n");
+
+    TreeNode* f = TreeNode::createNode2(t.root, "f", "one\ntwo\n");
+    EXPECT_EQ(xml(f, 1, 1), "    <f>one\ntwo\n    </f>\r\n");
+    f->setContentUtf8("one\ntwo");
+    EXPECT_EQ(xml(f, 1, 1), "    <f>one\ntwo</f>\r\n");
 }
 
-TEST(WriterElements, ContentEndingInLineFeedIndentsTheCloseTag) {
-    Tree t("doc");
-    TreeNode* e = TreeNode::createNode2(t.root, "e", "one\ntwo\n");
-    EXPECT_EQ(writeXml(e, 1, 1, false), "    <e>one\ntwo\n    </e>\r\n");
-    e->setContentUtf8("one\ntwo");
-    EXPECT_EQ(writeXml(e, 1, 1, false), "    <e>one\ntwo</e>\r\n");
-}
-
-TEST(WriterElements, MissingOrEmptyTagIsWrittenAsNothing) {
+TEST(WriterElements, MissingTagAndMissingTree) {
     TreeNode* root = TreeNode::createRoot(nullptr);
-    EXPECT_EQ(writeXml(root, 1, 0, false), "<nothing />\r\n");
-    TreeNode* child = TreeNode::createNode2(root, "x", "v");
-    child->setTag("");
-    EXPECT_EQ(writeXml(root, 1, 0, false),
-              "<nothing>\r\n    <nothing>v</nothing>\r\n</nothing>\r\n");
+    EXPECT_EQ(xml(root), "<nothing />\r\n");
+    TreeNode::createNode2(root, "x", "v")->setTag("");
+    EXPECT_EQ(xml(root), "<nothing>\r\n    <nothing>v</nothing>\r\n</nothing>\r\n");
     root->deleteTree();
-}
 
-TEST(WriterElements, AttributesFollowTheNameInEveryForm) {
-    Tree t("doc");
-    t.root->addAttribute("id", "7");
-    TreeNode* e = TreeNode::createNode(t.root, "e");
-    e->addAttribute("a", "1");
-    e->addAttribute("b", "x\"y");
-    EXPECT_EQ(writeXml(t.root, 1, 0, false),
-              "<doc id=\"7\">\r\n"
-              "    <e a=\"1\" b=\"x&quot;y\" />\r\n"
-              "</doc>\r\n");
-    e->setContentUtf8("c");
-    EXPECT_EQ(writeXml(e, 1, 0, false), "<e a=\"1\" b=\"x&quot;y\">c</e>\r\n");
-    // An attribute set emptied of its attributes writes nothing.
-    e->removeAllAttributes();
-    EXPECT_EQ(writeXml(e, 1, 0, false), "<e>c</e>\r\n");
-}
-
-TEST(WriterElements, NodeOutsideAnyTreeWritesNothing) {
     TreeNode loose("x", "y", 0);
     StringBuffer out("keep");
     loose.createXML(out, 0, 0, false);
     EXPECT_STREQ(out.getString(), "keep");
 }
 
-TEST(WriterElements, OutputIsAppended) {
-    Tree t("r");
-    StringBuffer out("<!-- head -->");
-    t.root->createXML(out, 1, 0, false);
-    EXPECT_STREQ(out.getString(), "<!-- head --><r />\r\n");
+TEST(WriterContent, EscapingByRuns) {
+    Tree t("e");
+    t.root->setContentUtf8("<>\"'&");
+    EXPECT_EQ(content(t.root), "&lt;&gt;&quot;&apos;&amp;");
+    t.root->setContentUtf8("is &lt; \t\x01 caf\xc3\xa9 a&&b");
+    EXPECT_EQ(content(t.root), "is &amp;lt; \t\x01 caf\xc3\xa9 a&amp;&amp;b");
+    t.root->setContentN("a<b\0<c", 6);  // the text ends at the first NUL
+    EXPECT_EQ(content(t.root), "a&lt;b");
 }
 
-TEST(WriterElements, OpenAndCloseTagDirectly) {
-    Tree t("doc");
-    TreeNode* e = TreeNode::createNode(t.root, "e");
-    StringBuffer out;
-    EXPECT_TRUE(e->openTag(out, 2));
-    EXPECT_STREQ(out.getString(), "        <e />\r\n");
-    out.clear();
-    e->setContentUtf8("c");
-    EXPECT_FALSE(e->openTag(out, 2));
-    e->closeTag(out, 0);
-    EXPECT_STREQ(out.getString(), "        <e></e>\r\n");
-    out.clear();
-    e->openTag(out, -3);  // no indentation below zero
-    EXPECT_STREQ(out.getString(), "<e>");
-}
-
-// ---- content --------------------------------------------------------------
-
-TEST(WriterContent, EscapesAllFiveCharactersAndCopiesTheRest) {
-    Tree t("doc");
-    TreeNode* e = TreeNode::createNode2(t.root, "e", "<>\"'&");
-    EXPECT_EQ(writeXml(e, 1, 0, false), "<e>&lt;&gt;&quot;&apos;&amp;</e>\r\n");
-    e->setContentUtf8("already &lt; escaped");
-    EXPECT_EQ(writeXml(e, 1, 0, false), "<e>already &amp;lt; escaped</e>\r\n");
-    e->setContentUtf8("tab\there \x01 caf\xc3\xa9 a&&b end");
-    EXPECT_EQ(writeXml(e, 1, 0, false), "<e>tab\there \x01 caf\xc3\xa9 a&amp;&amp;b end</e>\r\n");
-}
-
-TEST(WriterContent, EscapingStopsAtAnEmbeddedNul) {
-    Tree t("doc");
-    TreeNode* e = TreeNode::createNode(t.root, "e");
-    e->setContentN("a<b\0<c", 6);
-    StringBuffer out;
-    EXPECT_TRUE(e->outputContent(out));
-    EXPECT_STREQ(out.getString(), "a&lt;b");
-    EXPECT_EQ(out.getSize(), 6);
-}
-
-TEST(WriterContent, CdataRemovesMarkersOnlyWhenTerminatorPresent) {
-    Tree t("doc");
-    TreeNode* e = TreeNode::createNode2(t.root, "e", "a<![CDATA[b]]>c]]>]]>d");
-    e->setCdata(true);
-    StringBuffer out;
-    EXPECT_TRUE(e->outputContent(out));
-    EXPECT_STREQ(out.getString(), "<![CDATA[abcd]]>");
-    // Without a terminator inside, the text goes in unchanged, opener and all.
-    e->setContentUtf8("x <![CDATA[ & y");
-    out.clear();
-    e->outputContent(out);
-    EXPECT_STREQ(out.getString(), "<![CDATA[x <![CDATA[ & y]]>");
-    // The node itself is not changed by the stripping.
-    e->setContentUtf8("p]]>q");
-    out.clear();
-    e->outputContent(out);
-    EXPECT_STREQ(e->getContent(), "p]]>q");
-}
-
-TEST(WriterContent, NoContentWritesNothing) {
-    Tree t("doc");
-    TreeNode* e = TreeNode::createNode(t.root, "e");
-    e->setCdata(true);
-    StringBuffer out;
-    EXPECT_FALSE(e->outputContent(out));
-    EXPECT_EQ(out.getSize(), 0);
-    EXPECT_EQ(writeXml(e, 1, 0, false), "<e />\r\n");
+TEST(WriterContent, CdataStripsMarkersOnlyWhenTerminatorPresent) {
+    Tree t("e");
+    t.root->setCdata(true);
+    t.root->setContentUtf8("a<![CDATA[b]]>c]]>]]>d");
+    EXPECT_EQ(content(t.root), "<![CDATA[abcd]]>");
+    EXPECT_STREQ(t.root->getContent(), "a<![CDATA[b]]>c]]>]]>d");
+    t.root->setContentUtf8("x <![CDATA[ & y");
+    EXPECT_EQ(content(t.root), "<![CDATA[x <![CDATA[ & y]]>");
 }
 
 TEST(WriterContent, CheckCdataRequiredCountsOnlyMarkupCharacters) {
-    Tree t("doc");
-    TreeNode* e = TreeNode::createNode(t.root, "e");
-    for (const char* text : {"a\"b", "a&b", "a<b", "a>b"}) {
-        e->setCdata(false);
-        e->setContentUtf8(text);
-        e->checkCdataRequired();
-        EXPECT_TRUE(e->getCdata()) << text;
+    Tree t("e");
+    const struct {
+        const char* text;
+        bool cdata;
+    } cases[] = {{"a\"b", true}, {"a&b", true},   {"a<b", true},
+                 {"a>b", true},  {"it's", false}, {"caf\xc3\xa9 \xff", false}};
+    for (const auto& c : cases) {
+        t.root->setCdata(false);
+        t.root->setContentUtf8(c.text);
+        t.root->checkCdataRequired();
+        EXPECT_EQ(t.root->getCdata(), c.cdata) << c.text;
     }
-    for (const char* text : {"it's", "caf\xc3\xa9 \xff", "plain"}) {
-        e->setCdata(false);
-        e->setContentUtf8(text);
-        e->checkCdataRequired();
-        EXPECT_FALSE(e->getCdata()) << text;
-    }
-    // It only ever sets the flag.
-    e->setCdata(true);
-    e->setContentUtf8("plain");
-    e->checkCdataRequired();
-    EXPECT_TRUE(e->getCdata());
-    TreeNode* empty = TreeNode::createNode(t.root, "f");
-    empty->checkCdataRequired();
-    EXPECT_FALSE(empty->getCdata());
+    t.root->setCdata(true);  // never cleared
+    t.root->checkCdataRequired();
+    EXPECT_TRUE(t.root->getCdata());
 }
 
 // ---- prolog -----------------------------------------------------------------
 
-TEST(WriterProlog, DoctypeAndProcessingKeepTheirLineFeed) {
+TEST(WriterProlog, DoctypeAndProcessingTexts) {
     Tree t("a");
     t.root->setDocType("<!DOCTYPE a>\n");
     t.root->setProcessing("<?pi x?>\n");
-    // The processing text stands for the empty line: the tag follows at once.
-    EXPECT_EQ(writeXml(t.root, 0, 0, false), "<!DOCTYPE a>\n\r\n<?pi x?>\n\r\n<a />\r\n");
+    // The processing text stands in for the empty line.
+    EXPECT_EQ(xml(t.root, 0), "<!DOCTYPE a>\n\r\n<?pi x?>\n\r\n<a />\r\n");
     t.root->setDocType(nullptr);
-    EXPECT_EQ(writeXml(t.root, 0, 0, false), "<?pi x?>\n\r\n<a />\r\n");
+    EXPECT_EQ(xml(t.root, 0), "<?pi x?>\n\r\n<a />\r\n");
     t.root->setProcessing("");
-    EXPECT_EQ(writeXml(t.root, 0, 0, false), "\r\n<a />\r\n");
     t.root->setDocType("<!DOCTYPE a>");
-    EXPECT_EQ(writeXml(t.root, 0, 0, false), "<!DOCTYPE a>\r\n<a />\r\n");
+    EXPECT_EQ(xml(t.root, 0), "<!DOCTYPE a>\r\n<a />\r\n");
+    // Only the root writes the prolog.
+    EXPECT_EQ(xml(TreeNode::createNode(t.root, "b"), 0), "\r\n<b />\r\n");
 }
 
-TEST(WriterProlog, DeclarationWithoutAttributeSet) {
-    Tree t("a");
-    t.root->setXmlDeclaration(TreeNode::createRoot("xml"));
-    EXPECT_EQ(writeXml(t.root, 0, 0, false), "<?xml ?>\r\n<a />\r\n");
-    // Omitting the declaration restores the empty line; index 1 drops it.
-    EXPECT_EQ(writeXml(t.root, 0, 0, true), "\r\n<a />\r\n");
-    EXPECT_EQ(writeXml(t.root, 1, 0, true), "<a />\r\n");
-    t.root->setXmlDeclaration(nullptr);
-    EXPECT_EQ(writeXml(t.root, 1, 0, false), "<a />\r\n");
-}
-
-TEST(WriterProlog, StyleSheetsDoNotSuppressTheEmptyLine) {
+TEST(WriterProlog, DeclarationAndStyleSheets) {
     Tree t("a");
     TreeNode* sheet = TreeNode::createRoot("?xml-stylesheet");
     sheet->addAttribute("href", "s.xsl");
     t.root->addStyleSheetDeclaration(sheet);
-    EXPECT_EQ(writeXml(t.root, 0, 0, false), "<?xml-stylesheet href=\"s.xsl\" ?>\r\n\r\n<a />\r\n");
-    t.root->setDocEncoding("utf-8");
-    EXPECT_EQ(writeXml(t.root, 0, 0, false),
-              "<?xml version=\"1.0\" encoding=\"utf-8\" ?>\r\n"
-              "<?xml-stylesheet href=\"s.xsl\" ?>\r\n<a />\r\n");
+    const std::string sheetLine = "<?xml-stylesheet href=\"s.xsl\" ?>\r\n";
+    EXPECT_EQ(xml(t.root, 0), sheetLine + "\r\n<a />\r\n");
+    t.root->setXmlDeclaration(TreeNode::createRoot("xml"));
+    EXPECT_EQ(xml(t.root, 0), "<?xml ?>\r\n" + sheetLine + "<a />\r\n");
+    EXPECT_EQ(xml(t.root, 0, 0, true), sheetLine + "\r\n<a />\r\n");
+    EXPECT_EQ(xml(t.root, 1, 0, true), sheetLine + "<a />\r\n");
 }
 
 TEST(WriterProlog, StandaloneIsMovedLastForGood) {
@@ -304,35 +184,23 @@ TEST(WriterProlog, StandaloneIsMovedLastForGood) {
     decl->addAttribute("version", "1.0");
     decl->addAttribute("encoding", "utf-8");
     t.root->setXmlDeclaration(decl);
-    const std::string expected =
-        "<?xml version=\"1.0\" encoding=\"utf-8\" standalone=\"no\" ?>\r\n<a />\r\n";
-    EXPECT_EQ(writeXml(t.root, 0, 0, false), expected);
+    EXPECT_EQ(xml(t.root),
+              "<?xml version=\"1.0\" encoding=\"utf-8\" standalone=\"no\" ?>\r\n<a />\r\n");
     StringBuffer name;
-    ASSERT_TRUE(decl->getAttributeName(2, name));
+    decl->getAttributeName(2, name);
     EXPECT_STREQ(name.getString(), "standalone");
     EXPECT_EQ(decl->getNumAttributes(), 3);
-    // Omitting the declaration leaves its order alone.
-    t.root->setDocEncoding("latin1");  // encoding now last
-    writeXml(t.root, 0, 0, true);
+    t.root->setDocEncoding("latin1");  // encoding now last; an omitted declaration stays so
+    xml(t.root, 1, 0, true);
     decl->getAttributeName(2, name);
     EXPECT_STREQ(name.getString(), "encoding");
-    EXPECT_EQ(writeXml(t.root, 0, 0, false),
-              "<?xml version=\"1.0\" encoding=\"latin1\" standalone=\"no\" ?>\r\n<a />\r\n");
-}
-
-TEST(WriterProlog, OnlyTheRootWritesTheProlog) {
-    Tree t("a");
-    t.root->setDocEncoding("utf-8");
-    t.root->setDocType("<!DOCTYPE a>");
-    TreeNode* b = TreeNode::createNode(t.root, "b");
-    EXPECT_EQ(writeXml(b, 0, 0, false), "\r\n<b />\r\n");
 }
 
 // ---- larger documents ---------------------------------------------------------
 
 TEST(WriterGolden, CatalogWithFullProlog) {
-    TreeNode* root = TreeNode::createRoot("catalog");
-    root->incTreeRefCount();  // survives the removal of a child below
+    Tree t("catalog");
+    TreeNode* root = t.root;
     root->setDocStandalone("yes");
     root->setDocEncoding("utf-8");
     TreeNode* sheet = TreeNode::createRoot("?xml-stylesheet");
@@ -349,8 +217,7 @@ TEST(WriterGolden, CatalogWithFullProlog) {
     TreeNode::createNode2(book, "title", "Tom & Jerry's \"Big\" <Day>");
     TreeNode::createNode2(book, "price", "9.99")->addAttribute("currency", "EUR");
     TreeNode::createNode2(book, "notes", "line one\nline two\n");
-    TreeNode* code = TreeNode::createNode2(book, "code", "if (a < b && c > d) x = ']]>';");
-    code->checkCdataRequired();
+    TreeNode::createNode2(book, "code", "if (a < b && c > d) x = ']]>';")->checkCdataRequired();
 
     book = TreeNode::createNode(root, "book");
     book->addAttribute("id", "b2");
@@ -360,13 +227,12 @@ TEST(WriterGolden, CatalogWithFullProlog) {
     tmp->removeChildByIndex(0);
     TreeNode::createNode2(book, "x", "unnamed")->setTag("");
 
-    EXPECT_EQ(writeXml(root, 0, 0, false), readGolden("catalog.xml"));
-    root->deleteTree();
+    EXPECT_EQ(xml(root, 0), readGolden("catalog.xml"));
 }
 
 TEST(WriterGolden, ChainDeeperThanTheIndentationCap) {
-    TreeNode* root = TreeNode::createRoot("n");
-    TreeNode* node = root;
+    Tree t("n");
+    TreeNode* node = t.root;
     for (int level = 0; level < 55; ++level) {
         StringBuffer value;
         value.append(level);
@@ -374,14 +240,13 @@ TEST(WriterGolden, ChainDeeperThanTheIndentationCap) {
         if (level < 54) node = TreeNode::createNode(node, "n");
     }
     node->setContentUtf8("leaf");
-    EXPECT_EQ(writeXml(root, 0, 0, true), readGolden("deep.xml"));
-    root->deleteTree();
+    EXPECT_EQ(xml(t.root, 0, 0, true), readGolden("deep.xml"));
 }
 
 // ---- the walk against a plain recursive writer ------------------------------
 
 // The rules for one element, written the obvious recursive way; fine for the
-// shallow trees below.
+// trees below, a few hundred levels deep at most.
 void referenceWrite(TreeNode* node, StringBuffer& out, int index, int depth) {
     if (index == 0) out.append("\r\n");
     if (node->openTag(out, depth)) return;
@@ -432,9 +297,7 @@ TEST(WriterWalk, MatchesTheRecursiveDefinitionOnRandomTrees) {
         ASSERT_NE(start, nullptr);
         StringBuffer expected;
         referenceWrite(start, expected, 0, 3);
-        StringBuffer actual;
-        start->createXML(actual, 0, 3, false);
-        ASSERT_STREQ(actual.getString(), expected.getString()) << "round " << round;
+        EXPECT_TRUE(xml(start, 0, 3) == expected.getString()) << "round " << round;
     }
 }
 
@@ -450,48 +313,42 @@ bool matchesAt(const char* text, size_t& pos, size_t size, const char* piece, si
     return true;
 }
 
-bool blanksAt(const char* text, size_t& pos, size_t size, int n) {
-    static const std::string kRun = blanks(200);
-    return matchesAt(text, pos, size, kRun.data(), static_cast<size_t>(n));
+bool lineAt(const char* text, size_t& pos, size_t size, int depth, const char* head) {
+    return matchesAt(text, pos, size, kCap.data(), static_cast<size_t>(indentOf(depth))) &&
+           matchesAt(text, pos, size, head, std::strlen(head));
 }
 
-// A chain far deeper than any call stack would allow: every byte is checked
-// against the rules, without building a second copy of the output.
+// Far deeper than any call stack would allow; every byte is checked against
+// the rules without building a second copy of the output.
 TEST(WriterDepth, MillionLevelChain) {
     const int kLevels = 1000000;
-    TreeNode* root = TreeNode::createRoot("e");
-    TreeNode* node = root;
+    Tree t("e");
+    TreeNode* node = t.root;
     for (int i = 1; i < kLevels; ++i)
         node = TreeNode::createNode(node, "e");
-    ASSERT_NE(node, nullptr);
 
     size_t expectedSize = 0;
     for (int d = 0; d < kLevels - 1; ++d)
-        expectedSize += 2 + 3 + 6 + 2 * indentOf(d);
-    expectedSize += 2 + 7 + indentOf(kLevels - 1);
+        expectedSize += 2 + 2 * static_cast<size_t>(indentOf(d)) + 3 + 6;
+    expectedSize += 2 + static_cast<size_t>(indentOf(kLevels - 1)) + 7;  // the leaf
 
     // Sized up front: the test is about the walk, not about buffer growth.
     StringBuffer out(static_cast<int>(expectedSize));
-    root->createXML(out, 0, 0, true);
+    t.root->createXML(out, 0, 0, true);
     const char* text = out.getString();
     const size_t size = static_cast<size_t>(out.getSize());
     EXPECT_EQ(size, expectedSize);
 
     size_t pos = 0;
     bool ok = true;
-    for (int d = 0; ok && d < kLevels - 1; ++d) {
-        ok = matchesAt(text, pos, size, "\r\n", 2) && blanksAt(text, pos, size, indentOf(d)) &&
-             matchesAt(text, pos, size, "<e>", 3);
-    }
+    for (int d = 0; ok && d < kLevels - 1; ++d)
+        ok = matchesAt(text, pos, size, "\r\n", 2) && lineAt(text, pos, size, d, "<e>");
     ok = ok && matchesAt(text, pos, size, "\r\n", 2) &&
-         blanksAt(text, pos, size, indentOf(kLevels - 1)) &&
-         matchesAt(text, pos, size, "<e />\r\n", 7);
-    for (int d = kLevels - 2; ok && d >= 0; --d) {
-        ok = blanksAt(text, pos, size, indentOf(d)) && matchesAt(text, pos, size, "</e>\r\n", 6);
-    }
+         lineAt(text, pos, size, kLevels - 1, "<e />\r\n");
+    for (int d = kLevels - 2; ok && d >= 0; --d)
+        ok = lineAt(text, pos, size, d, "</e>\r\n");
     EXPECT_TRUE(ok) << "mismatch at byte " << pos;
     EXPECT_EQ(pos, size);
-    root->deleteTree();
 }
 
 }  // namespace
