@@ -1,0 +1,186 @@
+// Documents at the edges of size and shape: a million levels deep, a million
+// siblings, a hundred thousand attributes on one element, a hundred megabytes
+// of text. Each is parsed, written, searched, sorted where that means
+// something, and destroyed. Nothing on these paths may recurse per level or
+// go quadratic per sibling; a regression shows as a crash or a timeout here.
+// All tests are in the suite Extremes, so `--gtest_filter=-Extremes.*`
+// leaves them out.
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "xmltree/TreeNode.h"
+
+namespace {
+
+constexpr int kMillion = 1000000;
+
+TreeNode* parse(const std::string& text) {
+    TreeNode* root = nullptr;
+    EXPECT_TRUE(TreeNode::customParseStringN(text.data(), static_cast<int>(text.size()), nullptr,
+                                             &root, true));
+    return root;
+}
+
+bool endsWith(const StringBuffer& sb, const char* tail) {
+    size_t n = std::strlen(tail);
+    size_t size = static_cast<size_t>(sb.getSize());
+    return size >= n && std::memcmp(sb.getString() + size - n, tail, n) == 0;
+}
+
+// Bytes the writer gives for a chain of `depth` elements named "a": every
+// element is the first child of its parent, so each one starts a new line;
+// indentation is four blanks per level, capped at level 50.
+long long chainSize(int depth) {
+    long long total = 0;
+    for (int d = 0; d < depth; ++d) {
+        long long indent = 4LL * (d < 50 ? d : 50);
+        total += 2;  // line break before the open tag
+        total +=
+            d + 1 < depth ? indent + 3 + indent + 6 : indent + 7;  // <a>..</a>CRLF or <a />CRLF
+    }
+    return total;
+}
+
+TEST(Extremes, MillionDeepDocument) {
+    std::string text;
+    text.reserve(7u * kMillion);
+    for (int i = 0; i < kMillion; ++i)
+        text += "<a>";
+    for (int i = 0; i < kMillion; ++i)
+        text += "</a>";
+    TreeNode* root = parse(text);
+    ASSERT_NE(root, nullptr);
+
+    int depth = 1;
+    TreeNode* leaf = root;
+    while (leaf->getNumChildren() == 1) {
+        leaf = leaf->getFirstChild();
+        ++depth;
+    }
+    EXPECT_EQ(depth, kMillion);
+    EXPECT_EQ(leaf->getNumChildren(), 0);
+    EXPECT_EQ(leaf->getRoot(), root);
+
+    StringBuffer out;
+    root->createXML(out, 0, 0, true);
+    EXPECT_EQ(out.getSize(), chainSize(kMillion));
+    EXPECT_EQ(std::strncmp(out.getString(), "\r\n<a>\r\n    <a>", 14), 0);
+    EXPECT_TRUE(endsWith(out, "    </a>\r\n</a>\r\n"));
+
+    EXPECT_EQ(root->searchForTag(nullptr, "missing"), nullptr);
+    // The search starts at the node itself; resuming after it steps one level.
+    EXPECT_EQ(root->searchForTag(nullptr, "a"), root);
+    EXPECT_EQ(root->searchForTag(root, "a"), root->getFirstChild());
+    root->sortByTag(1, false);
+    root->sortByContent(0, true);
+    EXPECT_EQ(root->getNumChildren(), 1);
+    EXPECT_EQ(root->localRefcountSum(), 0);
+    EXPECT_TRUE(root->verifyRefCounts());
+    root->deleteTree();
+}
+
+// Tags and contents in a scrambled order, so that the sorts have work.
+std::string wideDocument(int n) {
+    std::string text = "<r>";
+    text.reserve(static_cast<size_t>(n) * 20);
+    for (int i = 0; i < n; ++i) {
+        std::string tag = "t" + std::to_string((i * 7919LL) % 1000);
+        text += "<" + tag + ">" + std::to_string((i * 104729LL) % 1000003) + "</" + tag + ">";
+    }
+    return text + "</r>";
+}
+
+void expectSiblingsFollowArray(TreeNode* parent) {
+    int n = parent->getNumChildren();
+    TreeNode* walk = parent->getFirstChild();
+    ASSERT_EQ(walk->getPrevSibling(), nullptr);
+    for (int i = 0; i < n; ++i, walk = walk->getNextSibling()) {
+        ASSERT_EQ(walk, parent->getChild(i)) << "sibling chain leaves the array at " << i;
+    }
+    EXPECT_EQ(walk, nullptr);
+}
+
+void expectOrdered(TreeNode* parent, bool byTag, bool ascending) {
+    for (int i = 1; i < parent->getNumChildren(); ++i) {
+        TreeNode* a = parent->getChild(i - 1);
+        TreeNode* b = parent->getChild(i);
+        int c = byTag ? std::strcmp(a->getTag(), b->getTag())
+                      : std::strcmp(a->getContent(), b->getContent());
+        ASSERT_TRUE(ascending ? c <= 0 : c >= 0) << "out of order at " << i;
+    }
+}
+
+TEST(Extremes, MillionSiblings) {
+    TreeNode* root = parse(wideDocument(kMillion));
+    ASSERT_NE(root, nullptr);
+    ASSERT_EQ(root->getNumChildren(), kMillion);
+    EXPECT_STREQ(root->getChild(kMillion - 1)->getTag(), "t81");  // 999999 * 7919 % 1000
+    expectSiblingsFollowArray(root);
+
+    StringBuffer out;
+    root->createXML(out, 0, 0, true);
+    EXPECT_TRUE(endsWith(out, "</t81>\r\n</r>\r\n"));
+    EXPECT_GT(out.getSize(), 20 * kMillion);
+
+    EXPECT_EQ(root->searchForTag(nullptr, "missing"), nullptr);
+
+    root->sortByTag(1, false);
+    expectOrdered(root, true, true);
+    expectSiblingsFollowArray(root);
+    EXPECT_STREQ(root->getFirstChild()->getTag(), "t0");
+
+    root->sortByContent(0, false);
+    expectOrdered(root, false, false);
+    expectSiblingsFollowArray(root);
+    EXPECT_EQ(root->getNumChildren(), kMillion);
+    root->deleteTree();
+}
+
+TEST(Extremes, HundredThousandAttributes) {
+    constexpr int kCount = 100000;
+    std::string text = "<r";
+    for (int i = 0; i < kCount; ++i) {
+        text += " a" + std::to_string(i) + "=\"" + std::to_string(i * 3) + "\"";
+    }
+    text += ">x</r>";
+    TreeNode* root = parse(text);
+    ASSERT_NE(root, nullptr);
+    ASSERT_EQ(root->getNumAttributes(), kCount);
+    StringBuffer value;
+    ASSERT_TRUE(root->getAttributeValue("a99999", value));
+    EXPECT_STREQ(value.getString(), "299997");
+    ASSERT_TRUE(root->getAttributeValue(kCount - 1, value));
+    EXPECT_STREQ(value.getString(), "299997");
+    EXPECT_TRUE(root->hasAttributeWithValue("a50000", "150000"));
+
+    StringBuffer out;
+    root->createXML(out, 0, 0, true);
+    // The attributes come out exactly as they went in.
+    EXPECT_EQ(std::string(out.getString(), static_cast<size_t>(out.getSize())),
+              "\r\n" + text + "\r\n");
+    root->deleteTree();
+}
+
+TEST(Extremes, HundredMegabyteContent) {
+    constexpr int kSize = 100 * kMillion;
+    std::string text = "<r>";
+    text.reserve(static_cast<size_t>(kSize) + 16);
+    for (int i = 0; i < kSize / 10; ++i)
+        text += "abcdefghij";
+    text += "</r>";
+    TreeNode* root = parse(text);
+    ASSERT_NE(root, nullptr);
+    ASSERT_EQ(root->getContentSize(), kSize);
+    EXPECT_EQ(std::memcmp(root->getContent() + kSize - 10, "abcdefghij", 10), 0);
+
+    StringBuffer out;
+    root->createXML(out, 0, 0, true);
+    ASSERT_EQ(out.getSize(), kSize + 11);  // CRLF <r> ... </r> CRLF
+    EXPECT_TRUE(endsWith(out, "hij</r>\r\n"));
+    root->deleteTree();
+}
+
+}  // namespace
