@@ -50,15 +50,13 @@ class TreeExtract {
         ExtPtrArray m_names;
     };
 
-    static WalkStep descendUnless(bool cut) {
-        return cut ? WalkStep::kSkipChildren : WalkStep::kDescend;
-    }
-
     static bool sameTag(const TreeNode* n, const char* tag) {
         const char* t = tagText(n);
         return t[0] == tag[0] && std::strcmp(t, tag) == 0;
     }
 
+    static void accumulate(TreeNode* start, const char* tag, StringBuffer& out,
+                           const char* skipTags);
     static int countLetters(const char* text, int size);
     static bool isSignificant(const TreeNode* n, int minLength, ExtPtrArray& skipTags,
                               int numSkipTags, ExtPtrArray& excludeTexts);
@@ -75,33 +73,29 @@ void TreeNode::getAllContent(StringBuffer& out, char separator) {
     out.shorten(1);
 }
 
-void TreeNode::accumulateContent(StringBuffer& out, const char* skipTags) {
-    TreeExtract::SkipList skip(skipTags);
+// Blank-separated texts of the nodes whose tag is `tag` (every node when tag
+// is null); a node named in the skip list gives its text but not its subtree.
+void TreeExtract::accumulate(TreeNode* start, const char* tag, StringBuffer& out,
+                             const char* skipTags) {
+    SkipList skip(skipTags);
     bool first = true;
-    walkBreadthFirst(this, [&](TreeNode* n) {
-        const char* text = TreeExtract::contentText(n);
+    walkBreadthFirst(start, [&](TreeNode* n) {
+        const char* text = (!tag || sameTag(n, tag)) ? contentText(n) : nullptr;
         if (text) {
             if (!first) out.appendChar(' ');
             out.append(text);
             first = false;
         }
-        return TreeExtract::descendUnless(skip.cuts(n));
+        return skip.cuts(n) ? WalkStep::kSkipChildren : WalkStep::kDescend;
     });
 }
 
+void TreeNode::accumulateContent(StringBuffer& out, const char* skipTags) {
+    TreeExtract::accumulate(this, nullptr, out, skipTags);
+}
+
 void TreeNode::accumulateTagContent(const char* tag, StringBuffer& out, const char* skipTags) {
-    if (!tag) return;
-    TreeExtract::SkipList skip(skipTags);
-    bool first = true;
-    walkBreadthFirst(this, [&](TreeNode* n) {
-        const char* text = TreeExtract::sameTag(n, tag) ? TreeExtract::contentText(n) : nullptr;
-        if (text) {
-            if (!first) out.appendChar(' ');
-            out.append(text);
-            first = false;
-        }
-        return TreeExtract::descendUnless(skip.cuts(n));
-    });
+    if (tag) TreeExtract::accumulate(this, tag, out, skipTags);
 }
 
 void TreeNode::collectTagContent(const char* tag, StringConsumer* consumer) {
