@@ -7,101 +7,56 @@
 
 namespace {
 
-TEST(TreeNodeChildren, CreateNodeNeedsATree) {
-    DataBuffer empty;
-    TreeNode* root = TreeNode::createNode(nullptr, "r");
-    TreeNode* c = TreeNode::createNode3(root, "c", empty, nullptr);
-    EXPECT_EQ(c->getContentSb(), nullptr);
-    EXPECT_EQ(TreeNode::createNode2(root, "d", "")->getContentSb(), nullptr);
-    TreeNode loose;
-    EXPECT_EQ(TreeNode::createNode(&loose, "x"), nullptr);
-    EXPECT_EQ(loose.getNumChildren(), 0);
-    EXPECT_TRUE(treeIsConsistent(c));
-    root->deleteTree();
-}
-
-TEST(TreeNodeChildren, AppendRefusesCyclesAndOtherParents) {
+TEST(TreeNodeChildren, AttachGuardsAndReferences) {
     TreeNode* root = makeTree("ab");
     TreeNode* a = root->getChild(0);
-    EXPECT_FALSE(root->appendChild2(nullptr, 0));
+    TreeNode loose;
+    EXPECT_EQ(TreeNode::createNode(&loose, "x"), nullptr);
     EXPECT_FALSE(root->appendChild2(a, 0));
     EXPECT_FALSE(a->appendChild2(root, 0));
     EXPECT_FALSE(root->getChild(1)->appendChild2(a, 0));
-    EXPECT_EQ(childTags(root), "a,b");
-    EXPECT_TRUE(treeIsConsistent(root));
-    root->deleteTree();
-}
-
-TEST(TreeNodeChildren, AttachingAnotherRootBringsItsReferences) {
-    TreeNode* root = makeTree("ab");
+    EXPECT_FALSE(root->insertChild(0, a));
     TreeNode* other = makeTree("xy");
     other->getChild(0)->incTreeRefCount();
     other->getChild(1)->incTreeRefCount();
-    other->getTreeInfo()->xmlDecl = new TreeNode("xml", nullptr, 0);  // goes with the record
+    other->getTreeInfo()->xmlDecl = new TreeNode("xml", nullptr, 0);
+    EXPECT_FALSE(root->insertChild(3, other));
     ASSERT_TRUE(root->getChild(1)->appendChild2(other, 0));
     EXPECT_EQ(root->getTreeRefCount(), 2);
     EXPECT_EQ(other->getChild(1)->getTreeId(), root->getTreeId());
+    ASSERT_TRUE(root->insertChild(0, new TreeNode("n", nullptr, 0)));
+    ASSERT_TRUE(root->insertChild(2, new TreeNode("m", nullptr, 0)));
+    EXPECT_EQ(childTags(root), "n,a,m,b");
     EXPECT_TRUE(treeIsConsistent(root));
     root->deleteTree();
 }
 
 TEST(TreeNodeChildren, FirstArrayIsSizedAfterPreviousSibling) {
-    TreeNode* root = makeTree("abcd");
+    TreeNode* root = makeTree("abc");
     for (int i = 0; i < 8; ++i)
         TreeNode::createNode(root->getChild(0), "k");
     TreeNode::createNode(root->getChild(1), "k");
-    TreeNode::createNode(root->getChild(3), "k");  // previous sibling c has none
-    root->getChild(2)->insertChild(0, new TreeNode("k", nullptr, 0));
+    TreeNode::createNode(root->getChild(2), "k");
     EXPECT_EQ(root->getChild(1)->getChildrenArray()->getCapacity(), 8);
-    EXPECT_EQ(root->getChild(2)->getChildrenArray()->getCapacity(), 5);
-    EXPECT_EQ(root->getChild(3)->getChildrenArray()->getCapacity(), 5);
+    EXPECT_EQ(root->getChild(2)->getChildrenArray()->getCapacity(), 1);
     root->deleteTree();
 }
 
-TEST(TreeNodeChildren, InsertChild) {
-    TreeNode* root = makeTree("ab");
-    TreeNode* a = root->getChild(0);
-    TreeNode* n = TreeNode::createRoot("n");
-    n->incTreeRefCount();
-    EXPECT_FALSE(root->insertChild(-1, n));
-    EXPECT_FALSE(root->insertChild(3, n));
-    EXPECT_FALSE(root->insertChild(0, a));  // has a parent, even this one
-    ASSERT_TRUE(root->insertChild(0, n));
-    EXPECT_EQ(n->getNextSibling(), a);
-    EXPECT_EQ(a->getPrevSibling(), n);
-    EXPECT_EQ(root->getTreeRefCount(), 1);
-    ASSERT_TRUE(root->insertChild(3, new TreeNode("z", nullptr, 0)));
-    ASSERT_TRUE(root->insertChild(2, new TreeNode("m", nullptr, 0)));
-    EXPECT_EQ(childTags(root), "n,a,m,b,z");
-    EXPECT_TRUE(treeIsConsistent(root));
-    root->deleteTree();
-}
-
-TEST(TreeNodeChildren, DetachMakesNewTreeWithItsReferences) {
+TEST(TreeNodeChildren, DetachingFollowsTheReferences) {
     TreeNode* root = makeTree("abc");
     root->incTreeRefCount();
     TreeNode* b = root->getChild(1);
     TreeNode::createNode(b, "inner")->incTreeRefCount();
-    int oldId = root->getTreeId();
     b->removeFromTree();
     EXPECT_EQ(root->getChild(0)->getNextSibling(), root->getChild(1));
-    EXPECT_EQ(childTags(root), "a,c");
-    EXPECT_GT(b->getTreeId(), oldId);
+    EXPECT_NE(b->getTreeId(), root->getTreeId());
     EXPECT_EQ(b->getTreeRefCount(), 1);
     EXPECT_EQ(root->getTreeRefCount(), 1);
-    EXPECT_TRUE(treeIsConsistent(root));
     EXPECT_TRUE(treeIsConsistent(b));
-    b->deleteTree();
-    root->deleteTree();
-}
-
-TEST(TreeNodeChildren, RemoveByIndexKeepsReferencedChildren) {
-    TreeNode* root = makeTree("ab");
-    root->incTreeRefCount();
     root->removeChildByIndex(0);  // reference on the parent: child deleted
-    EXPECT_EQ(childTags(root), "b");
-    EXPECT_EQ(root->getTreeRefCount(), 1);
-    root->removeChildByIndex(7);
+    EXPECT_EQ(childTags(root), "c");
+    EXPECT_TRUE(treeIsConsistent(root));
+    b->deleteTree();
     root->deleteTree();
 
     root = makeTree("ab");
@@ -114,24 +69,22 @@ TEST(TreeNodeChildren, RemoveByIndexKeepsReferencedChildren) {
 }
 
 TEST(TreeNodeChildren, RemoveEveryMatch) {
-    TreeNode* root = makeTree("axbxxcx");
+    TreeNode* root = makeTree("axbxxc");
     root->incTreeRefCount();
     TreeNode* kept = root->getChild(3);
     kept->incTreeRefCount();
     root->removeChild("x");
     EXPECT_EQ(childTags(root), "a,b,c");
     EXPECT_EQ(kept->getRoot(), kept);  // survives as its own tree
+    TreeNode::createNode(root, "d");   // no content buffer reads as ""
     root->getChild(1)->setContentN("", 0);
-    TreeNode::createNode(root, "d");  // no content buffer also reads as ""
     root->removeChildWithContent("");
-    root->removeChildWithContent(nullptr);
     EXPECT_EQ(childTags(root), "a,c");
-    EXPECT_TRUE(treeIsConsistent(root));
     kept->deleteTree();
     root->deleteTree();
 
-    // The only reference is on the first match: once the rest of the tree
-    // is destroyed the loop must stop touching it.
+    // The only reference is on the first match: the rest of the tree is
+    // destroyed by that detach, and the loop must not touch it afterwards.
     root = makeTree("xyx");
     kept = root->getChild(0);
     kept->incTreeRefCount();
@@ -144,15 +97,13 @@ TEST(TreeNodeChildren, MovesAndRenames) {
     TreeNode* root = makeTree("abcd");
     root->incTreeRefCount();
     root->getChild(2)->setContentN("a", 1);
-    root->moveUpChildWithContent("a");
-    EXPECT_EQ(childTags(root), "a,c,b,d");
+    root->moveUpChildWithContent("a");  // child 0 is never looked at
     root->moveDownChildWithContent("d");
     root->moveDownChildWithContent("b");
     EXPECT_EQ(childTags(root), "a,c,d,b");
     root->renameChildTag("a", "n e w");
     root->renameChildTag("c", "new");
     EXPECT_EQ(childTags(root), "new,new,d,b");
-    EXPECT_EQ(root->getTreeRefCount(), 1);
     EXPECT_TRUE(treeIsConsistent(root));
     root->deleteTree();
 }
@@ -174,6 +125,12 @@ TEST(TreeNodeChildren, RandomEditsKeepInvariants) {
         return all[rng() % all.size()];
     };
     std::vector<TreeNode*> held;
+    auto release = [&](size_t i) {
+        TreeNode* r = held[i]->getRoot();
+        held[i]->decTreeRefCount();
+        held.erase(held.begin() + static_cast<long>(i));
+        if (!ours(r) && r->getTreeRefCount() == 0) r->deleteTree();
+    };
     for (int step = 0; step < 1500; ++step) {
         TreeNode* root = roots[rng() % 3];
         TreeNode* node = pick(root);
@@ -191,13 +148,7 @@ TEST(TreeNodeChildren, RandomEditsKeepInvariants) {
                 held.push_back(node);
                 break;
             case 3:
-                if (!held.empty()) {
-                    size_t i = rng() % held.size();
-                    TreeNode* r = held[i]->getRoot();
-                    held[i]->decTreeRefCount();
-                    held.erase(held.begin() + static_cast<long>(i));
-                    if (!ours(r) && r->getTreeRefCount() == 0) r->deleteTree();
-                }
+                if (!held.empty()) release(rng() % held.size());
                 break;
             case 4:
                 if (count) node->removeChildByIndex(static_cast<int>(rng() % count));
@@ -220,12 +171,8 @@ TEST(TreeNodeChildren, RandomEditsKeepInvariants) {
         for (TreeNode* h : held)
             ASSERT_TRUE(treeIsConsistent(h)) << "step " << step;
     }
-    while (!held.empty()) {
-        TreeNode* r = held.back()->getRoot();
-        held.back()->decTreeRefCount();
-        held.pop_back();
-        if (!ours(r) && r->getTreeRefCount() == 0) r->deleteTree();
-    }
+    while (!held.empty())
+        release(held.size() - 1);
     for (TreeNode* r : roots)
         r->deleteTree();
 }
