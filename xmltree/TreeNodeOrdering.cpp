@@ -43,7 +43,6 @@ class TreeOrdering {
         n->children->sort(compare);
         n->rebuildChildrenSiblingList();
     }
-    static bool hasChildrenArray(const TreeNode* n) { return n->children != nullptr; }
     static TreeNode* insertSorted(TreeNode* parent, TreeNode* node, const char* tag,
                                   const char* content);
 };
