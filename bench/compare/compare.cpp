@@ -525,14 +525,14 @@ FileResult measureFile(const std::string& path, std::vector<std::unique_ptr<Lib>
 // One ratio table: ours over each peer, per file and as a geometric mean.
 void printRatios(const char* title, const std::vector<FileResult>& results,
                  const std::vector<std::unique_ptr<Lib>>& libs, double (*value)(const Figures&)) {
-    std::printf("\n%s\n  %-22s", title, "file");
+    std::printf("\n%s\n  %-26s", title, "file");
     for (size_t i = 1; i < libs.size(); ++i)
         std::printf(" %9s", libs[i]->name());
     std::printf("\n");
     std::vector<GeoMean> means(libs.size());
     for (const FileResult& r : results) {
         if (r.libs.empty()) continue;
-        std::printf("  %-22s", r.name.c_str());
+        std::printf("  %-26s", r.name.c_str());
         double ours = value(r.libs[0]);
         for (size_t i = 1; i < libs.size(); ++i) {
             double peer = value(r.libs[i]);
@@ -546,7 +546,7 @@ void printRatios(const char* title, const std::vector<FileResult>& results,
         }
         std::printf("\n");
     }
-    std::printf("  %-22s", "geometric mean");
+    std::printf("  %-26s", "geometric mean");
     for (size_t i = 1; i < libs.size(); ++i) {
         if (means[i].count()) {
             std::printf(" %9.2f", means[i].value());
