@@ -1,9 +1,8 @@
 // Replays every saved fuzz input, and the seed corpus, through the
 // parse-write-parse check of the fuzzer.
 
-#include <gtest/gtest.h>
-
 #include <dirent.h>
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <fstream>
@@ -45,7 +44,9 @@ void replay(const std::string& dir) {
     }
 }
 
-TEST(FuzzRegressions, SavedInputsRoundTrip) { replay(kFuzzDir + "regressions/"); }
+TEST(FuzzRegressions, SavedInputsRoundTrip) {
+    replay(kFuzzDir + "regressions/");
+}
 
 TEST(FuzzRegressions, SeedCorpusRoundTrips) {
     ASSERT_FALSE(filesIn(kFuzzDir + "corpus/parse/").empty());

@@ -87,7 +87,8 @@ TEST(DecodeBuffer, BlanksAroundEqualsAreIgnoredTabsAreNot) {
 }
 
 TEST(DecodeBuffer, UpperCaseNameIsLowerCasedBeforeLookup) {
-    EXPECT_EQ(convert("<?xml ENCODING=\"ISO-8859-1\"?>\xe9"), "<?xml ENCODING=\"ISO-8859-1\"?>\xc3\xa9");
+    EXPECT_EQ(convert("<?xml ENCODING=\"ISO-8859-1\"?>\xe9"),
+              "<?xml ENCODING=\"ISO-8859-1\"?>\xc3\xa9");
 }
 
 TEST(DecodeBuffer, UnknownOrMalformedNamesConvertNothing) {
@@ -135,7 +136,8 @@ TEST(DecodeFile, Utf16WithoutDeclaration) {
     for (const char* name : {"utf16le_bom.xml", "utf16be_bom.xml"}) {
         SCOPED_TRACE(name);
         TreeNode* root = nullptr;
-        ASSERT_TRUE(TreeNode::customParseFile((kDir + name).c_str(), nullptr, nullptr, &root, true));
+        ASSERT_TRUE(
+            TreeNode::customParseFile((kDir + name).c_str(), nullptr, nullptr, &root, true));
         ASSERT_NE(root, nullptr);
         EXPECT_STREQ(root->getContent(), kBodyUtf8);
         EXPECT_EQ(encodingOf(root), "<none>");
@@ -145,8 +147,8 @@ TEST(DecodeFile, Utf16WithoutDeclaration) {
 
 TEST(DecodeFile, Ucs2DeclarationIsCorrectedToo) {
     TreeNode* root = nullptr;
-    ASSERT_TRUE(TreeNode::customParseFile((kDir + "utf16be_bom_ucs2.xml").c_str(), nullptr,
-                                          nullptr, &root, true));
+    ASSERT_TRUE(TreeNode::customParseFile((kDir + "utf16be_bom_ucs2.xml").c_str(), nullptr, nullptr,
+                                          &root, true));
     EXPECT_EQ(encodingOf(root), "utf-8");
     root->deleteTree();
 }
@@ -176,8 +178,7 @@ TEST(DecodeFile, SingleByteCharsetsAreConvertedAndKeepTheirName) {
 
     ASSERT_TRUE(TreeNode::customParseFile((kDir + "windows-1252.xml").c_str(), nullptr, nullptr,
                                           &root, true));
-    EXPECT_STREQ(root->getContent(),
-                 "\xe2\x82\xac \xe2\x80\x9cq\xe2\x80\x9d \xe2\x84\xa2");
+    EXPECT_STREQ(root->getContent(), "\xe2\x82\xac \xe2\x80\x9cq\xe2\x80\x9d \xe2\x84\xa2");
     EXPECT_EQ(encodingOf(root), "Windows-1252");
     root->deleteTree();
 }
@@ -195,8 +196,8 @@ TEST(DecodeFile, MissingFileFailsWithoutTouchingOutRoot) {
     RecordingLog log;
     TreeNode* sentinel = reinterpret_cast<TreeNode*>(&log);
     TreeNode* root = sentinel;
-    EXPECT_FALSE(TreeNode::customParseFile((kDir + "absent.xml").c_str(), &log, nullptr, &root,
-                                           true));
+    EXPECT_FALSE(
+        TreeNode::customParseFile((kDir + "absent.xml").c_str(), &log, nullptr, &root, true));
     EXPECT_EQ(root, sentinel);
     DataBuffer data;
     EXPECT_FALSE(TreeNode::loadToUtf8((kDir + "absent.xml").c_str(), data, log));

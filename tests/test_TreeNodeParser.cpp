@@ -516,7 +516,8 @@ TEST(ParserDepth, DeepAndWideDocumentsParse) {
     const int n = 200000;
     std::string deep;
     deep.reserve(n * 8);
-    for (int i = 0; i < n; ++i) deep += "<d>";
+    for (int i = 0; i < n; ++i)
+        deep += "<d>";
     TreeNode* root = nullptr;
     ASSERT_TRUE(TreeNode::customParseStringN(deep.data(), static_cast<int>(deep.size()), nullptr,
                                              &root, true));
@@ -539,7 +540,8 @@ TEST(ParserDepth, DeepAndWideDocumentsParse) {
     root->deleteTree();
 
     std::string wide = "<r>";
-    for (int i = 0; i < n; ++i) wide += "<c/>";
+    for (int i = 0; i < n; ++i)
+        wide += "<c/>";
     wide += "</r>";
     ASSERT_TRUE(TreeNode::customParseStringN(wide.data(), static_cast<int>(wide.size()), nullptr,
                                              &root, true));
@@ -551,7 +553,8 @@ TEST(StyleSheetText, AddedAfterExistingSheets) {
     Parsed p;
     parseInto(p, "<?xml-stylesheet href='a'?><r/>", true);
     RecordingLog log;
-    EXPECT_TRUE(p.root->addStyleSheet("  junk <\n\t?XML-Stylesheet type='t' href='b' ?> rest", log));
+    EXPECT_TRUE(
+        p.root->addStyleSheet("  junk <\n\t?XML-Stylesheet type='t' href='b' ?> rest", log));
     ExtPtrArray& sheets = p.root->getTreeInfo()->styleSheets;
     ASSERT_EQ(sheets.getSize(), 2);
     EXPECT_EQ(attrs(static_cast<TreeNode*>(sheets.elementAt(1))), "type=t;href=b;");

@@ -20,21 +20,26 @@ namespace {
 struct ByteClass {
     bool ws[256];
     constexpr ByteClass() : ws() {
-        ws[9] = true;    // tab
-        ws[10] = true;   // line feed
-        ws[13] = true;   // carriage return
-        ws[32] = true;   // space
+        ws[9] = true;   // tab
+        ws[10] = true;  // line feed
+        ws[13] = true;  // carriage return
+        ws[32] = true;  // space
     }
 };
 constexpr ByteClass kByteClass;
 
-inline bool isWs(char c) { return kByteClass.ws[static_cast<unsigned char>(c)]; }
-
-inline void skipWs(const char* t, int& c) {
-    while (isWs(t[c])) ++c;
+inline bool isWs(char c) {
+    return kByteClass.ws[static_cast<unsigned char>(c)];
 }
 
-inline bool isQuote(char c) { return c == '"' || c == '\''; }
+inline void skipWs(const char* t, int& c) {
+    while (isWs(t[c]))
+        ++c;
+}
+
+inline bool isQuote(char c) {
+    return c == '"' || c == '\'';
+}
 
 inline bool startsWith(const char* p, const char* s, size_t n) {
     return std::strncmp(p, s, n) == 0;
@@ -76,10 +81,15 @@ inline int matchEntity(const char* p, char& out) {
 // until a finished root takes them; everything else it makes belongs to the
 // tree under construction.
 class TreeParser {
-public:
+  public:
     TreeParser(ParseEngine& engine, LogBase* log, ProgressMonitor* monitor, bool trim)
-        : e(engine), t(engine.textPtr), log(log), monitor(monitor), trim(trim),
-          docType(2000), processing(2000) {}
+        : e(engine),
+          t(engine.textPtr),
+          log(log),
+          monitor(monitor),
+          trim(trim),
+          docType(2000),
+          processing(2000) {}
     ~TreeParser() { releasePending(); }
 
     bool run(TreeNode** outRoot);
@@ -89,7 +99,7 @@ public:
     static void decodeEntities(StringBuffer& sb, int from);
     static void decodeIfAmp(StringBuffer& sb, int from);
 
-private:
+  private:
     enum Step { kLoop, kDispatch, kCdata, kStop, kFail };
 
     Step loopTop();
@@ -163,7 +173,8 @@ void TreeParser::decodeIfAmp(StringBuffer& sb, int from) {
 }
 
 TreeNode* TreeParser::topOf(TreeNode* n) const {
-    while (n->parent) n = n->parent;
+    while (n->parent)
+        n = n->parent;
     return n;
 }
 
@@ -221,12 +232,13 @@ TreeParser::Step TreeParser::textRun() {
         wsRun.appendN(t + start, c - start);
     }
     int start = c;
-    if (t[c] == '<' && startsWith(t + c, "<![CDATA[", 9)) return kCdata;
+    if (t[c] == '<' && t[c + 1] == '!' && startsWith(t + c, "<![CDATA[", 9)) return kCdata;
     if (t[c] != '<') e.skipUntilChar('<');
     int runEnd = c;
     if (t[c] == '<') ++c;
     if (trim) {
-        while (runEnd > start && isWs(t[runEnd - 1])) --runEnd;
+        while (runEnd > start && isWs(t[runEnd - 1]))
+            --runEnd;
     }
     if (runEnd > start) {
         appendText(t + start, runEnd - start);
@@ -573,9 +585,8 @@ bool TreeNode::customParseStringN(const char* text, int n, ProgressMonitor* moni
     return customParse(engine, nullptr, monitor, outRoot, trimWhitespace);
 }
 
-bool TreeNode::customParseString(const StringBuffer& text, LogBase* log,
-                                 ProgressMonitor* monitor, TreeNode** outRoot,
-                                 bool trimWhitespace) {
+bool TreeNode::customParseString(const StringBuffer& text, LogBase* log, ProgressMonitor* monitor,
+                                 TreeNode** outRoot, bool trimWhitespace) {
     ParseEngine engine;
     engine.append(text.getString());
     return customParse(engine, log, monitor, outRoot, trimWhitespace);
