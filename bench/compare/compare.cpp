@@ -522,14 +522,24 @@ FileResult measureFile(const std::string& path, std::vector<std::unique_ptr<Lib>
     return r;
 }
 
+// Against pugixml, the peer the targets are set by: the geometric mean and
+// the worst file.
+struct PugiSummary {
+    double mean = 0;
+    double worst = 0;
+    std::string worstFile;
+};
+
 // One ratio table: ours over each peer, per file and as a geometric mean.
-void printRatios(const char* title, const std::vector<FileResult>& results,
-                 const std::vector<std::unique_ptr<Lib>>& libs, double (*value)(const Figures&)) {
+PugiSummary printRatios(const char* title, const std::vector<FileResult>& results,
+                        const std::vector<std::unique_ptr<Lib>>& libs,
+                        double (*value)(const Figures&)) {
     std::printf("\n%s\n  %-26s", title, "file");
     for (size_t i = 1; i < libs.size(); ++i)
         std::printf(" %9s", libs[i]->name());
     std::printf("\n");
     std::vector<GeoMean> means(libs.size());
+    PugiSummary pugi;
     for (const FileResult& r : results) {
         if (r.libs.empty()) continue;
         std::printf("  %-26s", r.name.c_str());
@@ -539,6 +549,10 @@ void printRatios(const char* title, const std::vector<FileResult>& results,
             if (ours > 0 && peer > 0) {
                 double ratio = ours / peer;
                 means[i].add(ratio);
+                if (i == 1 && ratio > pugi.worst) {
+                    pugi.worst = ratio;
+                    pugi.worstFile = r.name;
+                }
                 std::printf(" %8.2f%1s", ratio, r.libs[i].mark.c_str());
             } else {
                 std::printf(" %9s", "-");
@@ -549,12 +563,23 @@ void printRatios(const char* title, const std::vector<FileResult>& results,
     std::printf("  %-26s", "geometric mean");
     for (size_t i = 1; i < libs.size(); ++i) {
         if (means[i].count()) {
-            std::printf(" %9.2f", means[i].value());
+            std::printf(" %8.2f ", means[i].value());
         } else {
             std::printf(" %9s", "-");
         }
     }
     std::printf("\n");
+    pugi.mean = means[1].value();
+    return pugi;
+}
+
+void printTarget(const char* what, const PugiSummary& s, double meanGoal, double worstGoal) {
+    bool met = s.mean > 0 && s.mean <= meanGoal && (worstGoal <= 0 || s.worst <= worstGoal);
+    std::printf("  %-6s geometric mean %.2f x pugixml (goal <= %.2f)", what, s.mean, meanGoal);
+    if (worstGoal > 0) {
+        std::printf(", worst %.2f on %s (goal <= %.2f)", s.worst, s.worstFile.c_str(), worstGoal);
+    }
+    std::printf(": %s\n", met ? "met" : "not met");
 }
 
 double parseTime(const Figures& f) {
@@ -601,8 +626,14 @@ int main(int argc, char** argv) {
     for (const std::string& path : files)
         results.push_back(measureFile(path, libs, settings));
 
-    printRatios("parse time, xmltree / peer (below 1: ours faster)", results, libs, parseTime);
-    printRatios("write time, xmltree / peer", results, libs, writeTime);
-    printRatios("heap bytes per element, xmltree / peer", results, libs, heapPerElement);
+    PugiSummary parse =
+        printRatios("parse time, xmltree / peer (below 1: ours faster)", results, libs, parseTime);
+    PugiSummary write = printRatios("write time, xmltree / peer", results, libs, writeTime);
+    PugiSummary heap =
+        printRatios("heap bytes per element, xmltree / peer", results, libs, heapPerElement);
+    std::printf("\ntargets\n");
+    printTarget("parse", parse, 1.5, 2.5);
+    printTarget("write", write, 1.0, 0);
+    printTarget("heap", heap, 1.5, 0);
     return 0;
 }
