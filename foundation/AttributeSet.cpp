@@ -9,13 +9,12 @@
 
 namespace {
 
-const uint32_t kMaxArena = static_cast<uint32_t>(INT_MAX);
+const uint64_t kMaxBlock = static_cast<uint64_t>(INT_MAX);
 
 }  // namespace
 
 AttributeSet::AttributeSet()
-    : m_arena(nullptr), m_entries(nullptr), m_arenaSize(0), m_arenaCap(0), m_count(0),
-      m_entryCap(0) {}
+    : m_block(m_inline), m_blockCap(kInlineBytes), m_arenaSize(0), m_count(0) {}
 
 AttributeSet::AttributeSet(const AttributeSet& other) : AttributeSet() { copyFrom(other); }
 
@@ -25,30 +24,50 @@ AttributeSet& AttributeSet::operator=(const AttributeSet& other) {
 }
 
 AttributeSet::~AttributeSet() {
-    std::free(m_arena);
-    std::free(m_entries);
+    if (m_block != m_inline) std::free(m_block);
+}
+
+bool AttributeSet::moveToBlock(uint32_t newCap) {
+    char* block = m_inline;
+    if (newCap > kInlineBytes) {
+        block = static_cast<char*>(std::malloc(newCap));
+        if (!block) return false;
+    } else {
+        newCap = kInlineBytes;
+        if (m_block == m_inline) return true;
+    }
+    // Offsets count from the block's end, so the texts keep them when they
+    // move to the end of the new block.
+    std::memcpy(block, m_block, static_cast<size_t>(m_count) * sizeof(Entry));
+    std::memcpy(block + newCap - m_arenaSize, m_block + m_blockCap - m_arenaSize, m_arenaSize);
+    if (m_block != m_inline) std::free(m_block);
+    m_block = block;
+    m_blockCap = newCap;
+    return true;
 }
 
 bool AttributeSet::copyFrom(const AttributeSet& other) {
-    char* arena = nullptr;
-    Entry* entries = nullptr;
-    if (other.m_count) {
-        arena = static_cast<char*>(std::malloc(other.m_arenaSize));
-        entries = static_cast<Entry*>(std::malloc(sizeof(Entry) * static_cast<size_t>(other.m_count)));
-        if (!arena || !entries) {
-            std::free(arena);
-            std::free(entries);
-            return false;
+    const uint32_t used = other.usedBytes();
+    char* block = m_inline;
+    uint32_t cap = kInlineBytes;
+    if (used > kInlineBytes) {
+        if (m_block != m_inline && m_blockCap >= used) {
+            block = m_block;  // reuse our own heap block
+            cap = m_blockCap;
+        } else {
+            block = static_cast<char*>(std::malloc(used));
+            if (!block) return false;
+            cap = used;
         }
-        std::memcpy(arena, other.m_arena, other.m_arenaSize);
-        std::memcpy(entries, other.m_entries, sizeof(Entry) * static_cast<size_t>(other.m_count));
     }
-    std::free(m_arena);
-    std::free(m_entries);
-    m_arena = arena;
-    m_entries = entries;
-    m_arenaSize = m_arenaCap = other.m_count ? other.m_arenaSize : 0;
-    m_count = m_entryCap = other.m_count;
+    std::memcpy(block, other.m_block, static_cast<size_t>(other.m_count) * sizeof(Entry));
+    std::memcpy(block + cap - other.m_arenaSize, other.m_block + other.m_blockCap - other.m_arenaSize,
+                other.m_arenaSize);
+    if (m_block != m_inline && m_block != block) std::free(m_block);
+    m_block = block;
+    m_blockCap = cap;
+    m_arenaSize = other.m_arenaSize;
+    m_count = other.m_count;
     return true;
 }
 
@@ -56,7 +75,7 @@ bool AttributeSet::addAttribute(const char* name, const char* value) {
     if (!name) return false;
     if (!value) value = "";
     const size_t nl = std::strlen(name), vl = std::strlen(value);
-    if (nl >= kMaxArena || vl >= kMaxArena) return false;
+    if (nl >= kMaxBlock || vl >= kMaxBlock) return false;
     return addAttributeN(name, static_cast<int>(nl), value, static_cast<int>(vl));
 }
 
@@ -64,39 +83,25 @@ bool AttributeSet::addAttributeN(const char* name, int nameLen, const char* valu
     if (!name || nameLen < 0) return false;
     if (!value || valueLen < 0) valueLen = 0;
     const uint32_t nl = static_cast<uint32_t>(nameLen), vl = static_cast<uint32_t>(valueLen);
-    const uint64_t need = static_cast<uint64_t>(m_arenaSize) + nl + vl + 2;
-    if (need > kMaxArena || m_count == INT_MAX) return false;
-
-    // Make room in both blocks before changing anything.
-    if (m_count == m_entryCap) {
-        const int newCap = m_entryCap ? (m_entryCap <= INT_MAX / 2 ? m_entryCap * 2 : INT_MAX) : 4;
-        Entry* e = static_cast<Entry*>(
-            std::realloc(m_entries, sizeof(Entry) * static_cast<size_t>(newCap)));
-        if (!e) return false;
-        m_entries = e;
-        m_entryCap = newCap;
+    const uint64_t textLen = static_cast<uint64_t>(nl) + vl + 2;
+    const uint64_t needed = static_cast<uint64_t>(usedBytes()) + sizeof(Entry) + textLen;
+    if (needed > kMaxBlock) return false;
+    if (needed > m_blockCap) {
+        uint64_t newCap = static_cast<uint64_t>(m_blockCap) * 2;
+        if (newCap < needed) newCap = needed;
+        if (newCap > kMaxBlock) newCap = kMaxBlock;
+        if (!moveToBlock(static_cast<uint32_t>(newCap))) return false;
     }
-    if (need > m_arenaCap) {
-        uint64_t newCap = static_cast<uint64_t>(m_arenaCap) * 2;
-        if (newCap < 64) newCap = 64;
-        if (newCap < need) newCap = need;
-        if (newCap > kMaxArena) newCap = kMaxArena;
-        char* a = static_cast<char*>(std::realloc(m_arena, static_cast<size_t>(newCap)));
-        if (!a) return false;
-        m_arena = a;
-        m_arenaCap = static_cast<uint32_t>(newCap);
-    }
-
-    Entry& e = m_entries[m_count];
+    m_arenaSize += static_cast<uint32_t>(textLen);
+    Entry& e = entries()[m_count];
     e.nameOff = m_arenaSize;
     e.nameLen = nl;
     e.valueLen = vl;
-    char* w = m_arena + m_arenaSize;
+    char* w = m_block + m_blockCap - m_arenaSize;
     if (nl) std::memcpy(w, name, nl);
     w[nl] = '\0';
     if (vl) std::memcpy(w + nl + 1, value, vl);
     w[nl + 1 + vl] = '\0';
-    m_arenaSize = static_cast<uint32_t>(need);
     ++m_count;
     return true;
 }
@@ -104,9 +109,9 @@ bool AttributeSet::addAttributeN(const char* name, int nameLen, const char* valu
 int AttributeSet::indexOf(const char* name) const {
     if (!name) return -1;
     const size_t nl = std::strlen(name);
+    const Entry* e = entries();
     for (int i = 0; i < m_count; ++i) {
-        const Entry& e = m_entries[i];
-        if (e.nameLen == nl && std::memcmp(m_arena + e.nameOff, name, nl) == 0) return i;
+        if (e[i].nameLen == nl && std::memcmp(namePtr(e[i]), name, nl) == 0) return i;
     }
     return -1;
 }
@@ -114,16 +119,17 @@ int AttributeSet::indexOf(const char* name) const {
 bool AttributeSet::removeAttribute(const char* name) {
     const int i = indexOf(name);
     if (i < 0) return false;
-    // Close the gap in the arena and shift the offsets of the later pairs.
-    const Entry gone = m_entries[i];
-    const uint32_t start = gone.nameOff;
-    const uint32_t len = gone.nameLen + gone.valueLen + 2;
-    std::memmove(m_arena + start, m_arena + start + len, m_arenaSize - start - len);
+    Entry* e = entries();
+    // The texts of later attributes lie below this one's; move them up over
+    // the gap and shorten their offsets to match.
+    const uint32_t len = e[i].nameLen + e[i].valueLen + 2;
+    char* textStart = m_block + m_blockCap - m_arenaSize;
+    char* gone = m_block + m_blockCap - e[i].nameOff;
+    std::memmove(textStart + len, textStart, static_cast<size_t>(gone - textStart));
     m_arenaSize -= len;
-    std::memmove(m_entries + i, m_entries + i + 1,
-                 sizeof(Entry) * static_cast<size_t>(m_count - i - 1));
+    std::memmove(e + i, e + i + 1, sizeof(Entry) * static_cast<size_t>(m_count - i - 1));
     --m_count;
-    for (int k = i; k < m_count; ++k) m_entries[k].nameOff -= len;
+    for (int k = i; k < m_count; ++k) e[k].nameOff -= len;
     return true;
 }
 
@@ -134,31 +140,31 @@ void AttributeSet::clear() {
 
 const char* AttributeSet::nameAt(int index) const {
     if (static_cast<unsigned>(index) >= static_cast<unsigned>(m_count)) return nullptr;
-    return m_arena + m_entries[index].nameOff;
+    return namePtr(entries()[index]);
 }
 
 const char* AttributeSet::valueAt(int index) const {
     if (static_cast<unsigned>(index) >= static_cast<unsigned>(m_count)) return nullptr;
-    return valuePtr(m_entries[index]);
+    return valuePtr(entries()[index]);
 }
 
 const char* AttributeSet::findValue(const char* name) const {
     const int i = indexOf(name);
-    return i < 0 ? nullptr : valuePtr(m_entries[i]);
+    return i < 0 ? nullptr : valuePtr(entries()[i]);
 }
 
 bool AttributeSet::hasAttrWithValue(const char* name, const char* value) const {
     const int i = indexOf(name);
     if (i < 0) return false;
     if (!value) value = "";
-    const Entry& e = m_entries[i];
+    const Entry& e = entries()[i];
     return std::strlen(value) == e.valueLen && std::memcmp(valuePtr(e), value, e.valueLen) == 0;
 }
 
 bool AttributeSet::hasMatchingAttribute(const char* name, const char* pattern) const {
     const int i = indexOf(name);
     if (i < 0 || !pattern) return false;
-    const Entry& e = m_entries[i];
+    const Entry& e = entries()[i];
     return wildcardMatchN(valuePtr(e), static_cast<int>(e.valueLen), pattern, true);
 }
 
@@ -168,27 +174,27 @@ bool AttributeSet::getAttributeValue(const char* name, StringBuffer& out) const 
 }
 
 bool AttributeSet::getAttributeValue(int index, StringBuffer& out) const {
-    if (static_cast<unsigned>(index) >= static_cast<unsigned>(m_count)) return false;
-    const Entry& e = m_entries[index];
-    return out.setString(valuePtr(e));
+    const char* v = valueAt(index);
+    return v && out.setString(v);
 }
 
 bool AttributeSet::getAttributeName(int index, StringBuffer& out) const {
-    if (static_cast<unsigned>(index) >= static_cast<unsigned>(m_count)) return false;
-    return out.setString(m_arena + m_entries[index].nameOff);
+    const char* n = nameAt(index);
+    return n && out.setString(n);
 }
 
 bool AttributeSet::getAttribute(int index, StringBuffer& name, StringBuffer& value) const {
     if (static_cast<unsigned>(index) >= static_cast<unsigned>(m_count)) return false;
-    const Entry& e = m_entries[index];
-    return name.setString(m_arena + e.nameOff) && value.setString(valuePtr(e));
+    const Entry& e = entries()[index];
+    return name.setString(namePtr(e)) && value.setString(valuePtr(e));
 }
 
 void AttributeSet::appendXml(StringBuffer& out) const {
+    const Entry* entry = entries();
     for (int i = 0; i < m_count; ++i) {
-        const Entry& e = m_entries[i];
+        const Entry& e = entry[i];
         out.appendChar(' ');
-        out.appendN(m_arena + e.nameOff, static_cast<int>(e.nameLen));
+        out.appendN(namePtr(e), static_cast<int>(e.nameLen));
         out.appendN("=\"", 2);
         const char* run = valuePtr(e);
         const char* end = run + e.valueLen;

@@ -1,6 +1,7 @@
 #ifndef XMLTREE_FOUNDATION_ATTRIBUTESET_H
 #define XMLTREE_FOUNDATION_ATTRIBUTESET_H
 
+#include <cstddef>
 #include <cstdint>
 
 class StringBuffer;
@@ -9,9 +10,11 @@ class StringBuffer;
 // the order they were added. Names compare exactly (case-sensitive); a
 // duplicate name is allowed, and lookups by name find the first one.
 //
-// Storage is one growable text arena holding "name\0value\0" per attribute
-// plus one small entry array of offsets and lengths, so a set costs two
-// allocations however many attributes it has. Copying copies the pairs.
+// Storage is a single block: the entry array (offsets and lengths) grows up
+// from its start and the "name\0value\0" texts grow down from its end. A
+// small block lives inside the object, so a set of one or two short
+// attributes costs no allocation beyond the set itself; a larger one takes
+// one heap block that grows geometrically. Copying copies the pairs.
 // Nothing here throws; when memory runs out a call returns false and the set
 // is unchanged.
 class AttributeSet {
@@ -61,19 +64,26 @@ public:
 
 private:
     struct Entry {
-        uint32_t nameOff;  // offset of the name in the arena; value follows its NUL
+        uint32_t nameOff;  // distance from the block's end back to the name; value follows its NUL
         uint32_t nameLen;
         uint32_t valueLen;
     };
-    const char* valuePtr(const Entry& e) const { return m_arena + e.nameOff + e.nameLen + 1; }
+    static constexpr uint32_t kInlineBytes = 88;
+
+    Entry* entries() const { return reinterpret_cast<Entry*>(m_block); }
+    const char* namePtr(const Entry& e) const { return m_block + m_blockCap - e.nameOff; }
+    const char* valuePtr(const Entry& e) const { return namePtr(e) + e.nameLen + 1; }
+    uint32_t usedBytes() const {
+        return static_cast<uint32_t>(static_cast<std::size_t>(m_count) * sizeof(Entry) + m_arenaSize);
+    }
+    bool moveToBlock(uint32_t newCap);  // re-lays the pairs out in a block of newCap bytes
     bool copyFrom(const AttributeSet& other);
 
-    char* m_arena;
-    Entry* m_entries;
-    uint32_t m_arenaSize;
-    uint32_t m_arenaCap;
+    char* m_block;         // m_inline or a malloc'd block of m_blockCap bytes
+    uint32_t m_blockCap;
+    uint32_t m_arenaSize;  // bytes of text at the block's end
     int m_count;
-    int m_entryCap;
+    alignas(8) char m_inline[kInlineBytes];
 };
 
 #endif

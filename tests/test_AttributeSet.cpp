@@ -1,3 +1,5 @@
+#include <string>
+
 #include <gtest/gtest.h>
 
 #include "foundation/AttributeSet.h"
@@ -38,6 +40,36 @@ TEST(AttributeSet, OrderLookupAndRemoval) {
     EXPECT_FALSE(a.hasAttribute("y"));
     EXPECT_EQ(copy.getSize(), 4);
     EXPECT_STREQ(copy.valueAt(3), "3");
+}
+
+TEST(AttributeSet, ManyPairsSurviveGrowthRemovalAndCopy) {
+    AttributeSet a;
+    for (int i = 0; i < 300; ++i) {
+        const std::string n = "attr" + std::to_string(i);
+        ASSERT_TRUE(a.addAttribute(n.c_str(), std::string(static_cast<size_t>(i % 7), 'v').c_str()));
+    }
+    for (int i = 0; i < 300; i += 3) EXPECT_TRUE(a.removeAttribute(("attr" + std::to_string(i)).c_str()));
+    a.addAttribute("last", "x");
+    AttributeSet copy;
+    copy.addAttribute("replaced", "y");
+    copy = a;
+    for (const AttributeSet* s : {&a, &copy}) {
+        ASSERT_EQ(s->getSize(), 201);
+        int k = 0;
+        for (int i = 0; i < 300; ++i) {
+            if (i % 3 == 0) continue;
+            ASSERT_EQ(std::string(s->nameAt(k)), "attr" + std::to_string(i));
+            ASSERT_EQ(std::string(s->valueAt(k)), std::string(static_cast<size_t>(i % 7), 'v'));
+            ++k;
+        }
+        EXPECT_STREQ(s->findValue("last"), "x");
+    }
+    a.clear();
+    a.addAttribute("again", "z");  // storage reused after clear
+    EXPECT_STREQ(a.valueAt(0), "z");
+    copy = a;
+    EXPECT_EQ(copy.getSize(), 1);
+    EXPECT_STREQ(copy.nameAt(0), "again");
 }
 
 TEST(AttributeSet, OutputBuffersAreReplaced) {
