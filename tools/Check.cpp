@@ -48,10 +48,17 @@ int runCheck(const Options& o) {
         ParseEngine engine(data);
         ProgressBar bar;
         ProgressMonitor* monitor = ProgressBar::wanted(inputBytes) ? &bar : nullptr;
+        if (monitor) {
+            log.setBeforePrint([&bar] {
+                std::fflush(stdout);
+                bar.erase();
+            });
+        }
         log.attach(&engine);
         TreeNode::customParse(engine, &log, monitor, &root, !o.keepWhitespace);
         log.finish();
         log.attach(nullptr);
+        log.setBeforePrint(nullptr);
     }
     std::fflush(stdout);
     if (!root) return reportError(kExitNotFound, "no element in '%s'", name.c_str());

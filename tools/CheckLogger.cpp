@@ -78,6 +78,7 @@ void CheckLogger::finish() {
 }
 
 void CheckLogger::print(const Entry& e) {
+    if (m_beforePrint) m_beforePrint();
     std::string detail = e.detail;
     if (e.atEnd) detail += detail.empty() ? "end of input" : ", end of input";
     if (e.hasPosition) {

@@ -2,6 +2,7 @@
 #define XMLTREE_TOOLS_CHECKLOGGER_H
 
 #include <cstdio>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -40,6 +41,8 @@ class CheckLogger : public LogBase {
     CheckLogger(std::string name, FILE* out) : m_name(std::move(name)), m_out(out) {}
 
     void attach(const ParseEngine* engine) { m_engine = engine; }
+    // Called before each line is printed (to clear a progress bar).
+    void setBeforePrint(std::function<void()> hook) { m_beforePrint = std::move(hook); }
     void releaseHeld();
     void dropHeld() { m_held.clear(); }
     void finish();
@@ -61,6 +64,7 @@ class CheckLogger : public LogBase {
 
     std::string m_name;
     FILE* m_out;
+    std::function<void()> m_beforePrint;
     const ParseEngine* m_engine = nullptr;
     TextPosition m_position;
     Entry m_pending;

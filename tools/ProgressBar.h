@@ -20,9 +20,12 @@ class ProgressBar : public ProgressMonitor {
     void setAmountConsumed2_32(unsigned int amount, bool& abort) override;
     void consumeRemaining(int code) override;
 
+    // Takes the bar off the screen so that other output starts on a clean
+    // line; it comes back at the next percent.
+    void erase();
+
   private:
     void draw(unsigned int percent);
-    void erase();
 
     unsigned int m_total = 0;
     unsigned int m_nextRedraw = 0;  // amount at which the next percent starts
