@@ -3,7 +3,8 @@
 #
 #   fuzz/run.sh <name> <seconds> [extra libFuzzer flags...]
 #
-# <name> selects fuzz/fuzz_<name>.cpp and the seeds in fuzz/corpus/<name>/.
+# <name> selects fuzz/fuzz_<name>.cpp, the seeds in fuzz/corpus/<name>/ and,
+# when present, the dictionary fuzz/<name>.dict.
 # The target is built into build-fuzz/ (outside the CMake build) from the
 # library sources; the seeds are copied into a scratch corpus there so the
 # repository stays clean. Exits non-zero on any crash, leak or failed check.
@@ -38,7 +39,9 @@ if [ -d "fuzz/corpus/$name" ]; then
     cp -n fuzz/corpus/"$name"/* "$corpus"/ 2>/dev/null || true
 fi
 mkdir -p "$out/artifacts-$name"
+dict=()
+[ -f "fuzz/$name.dict" ] && dict=(-dict="fuzz/$name.dict")
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:halt_on_error=1}
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-halt_on_error=1:print_stacktrace=1}
 "$out/fuzz_$name" "$corpus" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
-    -artifact_prefix="$out/artifacts-$name/" -print_final_stats=1 "$@"
+    -artifact_prefix="$out/artifacts-$name/" -print_final_stats=1 ${dict[@]+"${dict[@]}"} "$@"
