@@ -31,17 +31,6 @@ TEST(TreeNodeChildren, AttachGuardsAndReferences) {
     root->deleteTree();
 }
 
-TEST(TreeNodeChildren, FirstArrayIsSizedAfterPreviousSibling) {
-    TreeNode* root = makeTree("abc");
-    for (int i = 0; i < 8; ++i)
-        TreeNode::createNode(root->getChild(0), "k");
-    TreeNode::createNode(root->getChild(1), "k");
-    TreeNode::createNode(root->getChild(2), "k");
-    EXPECT_EQ(root->getChild(1)->getChildrenArray()->getCapacity(), 8);
-    EXPECT_EQ(root->getChild(2)->getChildrenArray()->getCapacity(), 1);
-    root->deleteTree();
-}
-
 TEST(TreeNodeChildren, DetachingFollowsTheReferences) {
     TreeNode* root = makeTree("abc");
     root->incTreeRefCount();

@@ -26,22 +26,14 @@ TreeNode* probeUnder(TreeNode* parent, const char* name) {
     return n;
 }
 
-TEST(TreeNodeModel, EmptyNamesAndIds) {
-    TreeNode* root = TreeNode::createRoot2("", "");
-    EXPECT_EQ(root->_getMyTagSB2(), nullptr);
-    EXPECT_EQ(root->getContentSb(), nullptr);
-    root->setTag(nullptr);
-    EXPECT_EQ(root->_getMyTagSB2(), nullptr);
-    root->setTag("a b");
-    root->setTag(nullptr);  // an existing name becomes an empty one
-    EXPECT_NE(root->_getMyTagSB2(), nullptr);
-
+TEST(TreeNodeModel, EveryNewRecordTakesTheNextId) {
     int id = TreeInfo().treeId;
+    TreeNode* root = TreeNode::createRoot("r");
     TreeNode* child = TreeNode::createNode(root, "c");
     root->incTreeRefCount();
-    child->removeFromTree();  // a detach uses up an id
-    EXPECT_EQ(child->getTreeId(), id + 1);
-    EXPECT_EQ(TreeInfo().treeId, id + 2);
+    child->removeFromTree();
+    EXPECT_EQ(root->getTreeId(), id + 1);
+    EXPECT_EQ(child->getTreeId(), id + 2);
     child->deleteTree();
     root->deleteTree();
 }
