@@ -534,7 +534,10 @@ struct PugiSummary {
 PugiSummary printRatios(const char* title, const std::vector<FileResult>& results,
                         const std::vector<std::unique_ptr<Lib>>& libs,
                         double (*value)(const Figures&)) {
-    std::printf("\n%s\n  %-26s", title, "file");
+    int width = 14;  // "geometric mean"
+    for (const FileResult& r : results)
+        width = std::max(width, static_cast<int>(r.name.size()));
+    std::printf("\n%s\n  %-*s", title, width, "file");
     for (size_t i = 1; i < libs.size(); ++i)
         std::printf(" %9s", libs[i]->name());
     std::printf("\n");
@@ -542,7 +545,7 @@ PugiSummary printRatios(const char* title, const std::vector<FileResult>& result
     PugiSummary pugi;
     for (const FileResult& r : results) {
         if (r.libs.empty()) continue;
-        std::printf("  %-26s", r.name.c_str());
+        std::printf("  %-*s", width, r.name.c_str());
         double ours = value(r.libs[0]);
         for (size_t i = 1; i < libs.size(); ++i) {
             double peer = value(r.libs[i]);
@@ -560,7 +563,7 @@ PugiSummary printRatios(const char* title, const std::vector<FileResult>& result
         }
         std::printf("\n");
     }
-    std::printf("  %-26s", "geometric mean");
+    std::printf("  %-*s", width, "geometric mean");
     for (size_t i = 1; i < libs.size(); ++i) {
         if (means[i].count()) {
             std::printf(" %8.2f ", means[i].value());
