@@ -231,7 +231,7 @@ class OpsProgram {
     // ---- operations ---------------------------------------------------------
 
     void doOp(ByteReader& in) {
-        switch (in.below(26)) {
+        switch (in.below(27)) {
             case 0:
                 opCreateRoot(in);
                 break;
@@ -307,8 +307,11 @@ class OpsProgram {
             case 24:
                 opDetachUnanchored(in);
                 break;
-            default:
+            case 25:
                 opRemoveByIndexUnanchored(in);
+                break;
+            default:
+                opParseIntoPool(in);
                 break;
         }
     }
@@ -730,6 +733,25 @@ class OpsProgram {
         forgetHeldIn(root->getTreeInfo());
         dropFromPool(root);
         node->deleteTree();
+    }
+
+    // Parsed trees bring a prolog (declaration, style sheets, DOCTYPE,
+    // processing text) that attaching them elsewhere must free with their
+    // old tree record.
+    void opParseIntoPool(ByteReader& in) {
+        static const char* const kDocs[] = {
+            "<?xml version=\"1.0\" encoding=\"utf-8\"?><a><b>1</b><c x=\"2\">3</c></a>",
+            "<?xml-stylesheet href=\"s.css\"?><!DOCTYPE a [<!ENTITY e \"v\">]><?p q?><a><a/></a>",
+            "<r><b>x</b><b>y</b><c><d/></c></r>trailing<r2/>",
+            "<a><![CDATA[<1>]]><b a=\"1\" 1b=\"2\"/>text</a>",
+        };
+        if (!roomForNodes()) return;
+        const char* doc = kDocs[in.below(4)];
+        TreeNode* root = nullptr;
+        bool ok = TreeNode::customParseStringN(doc, static_cast<int>(std::strlen(doc)), nullptr,
+                                               &root, in.below(2) != 0);
+        if (!ok || !root) fail(step_, "a small document did not parse");
+        adopt(root);
     }
 
     // The writer and the parser on whatever shape the edits left behind.

@@ -79,7 +79,7 @@ TEST_F(OpsReplay, EveryOpcodeOnAGrownTree) {
     for (int i = 0; i < 40; ++i)
         program.insert(program.end(), {1, 1, 0, 0, 0, 0, 0, 0});
     for (int round = 0; round < 4; ++round) {
-        for (uint8_t op = 0; op < 26; ++op) {
+        for (uint8_t op = 0; op < 27; ++op) {
             program.push_back(op);
             for (int k = 0; k < 8; ++k)
                 program.push_back(static_cast<uint8_t>(round * 37 + k * 11));
