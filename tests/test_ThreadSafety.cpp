@@ -91,6 +91,52 @@ TEST(ThreadSafety, TreesOnFourThreadsGetDistinctIds) {
         EXPECT_TRUE(std::is_sorted(ids[t].begin(), ids[t].end()));
 }
 
+TEST(ThreadSafety, TreesBuiltOnOneThreadAreDestroyedOnAnother) {
+    // Handing a whole tree to another thread is allowed; the memory of its
+    // nodes must go back wherever it is freed.
+    constexpr int kTrees = 300;
+    std::vector<std::vector<TreeNode*>> made(kThreads);
+    std::vector<std::thread> builders;
+    for (int t = 0; t < kThreads; ++t) {
+        builders.emplace_back([t, &made] {
+            for (int i = 0; i < kTrees; ++i) {
+                std::string doc =
+                    "<r n=\"" + std::to_string(t * kTrees + i) + "\"><a>x</a><b/></r>";
+                TreeNode* root = nullptr;
+                TreeNode::customParseStringN(doc.data(), static_cast<int>(doc.size()), nullptr,
+                                             &root, true);
+                made[t].push_back(root);
+            }
+        });
+    }
+    for (std::thread& th : builders)
+        th.join();
+
+    int wrong[kThreads] = {};
+    std::vector<std::thread> destroyers;
+    for (int t = 0; t < kThreads; ++t) {
+        // Each thread takes the trees another thread built.
+        destroyers.emplace_back([t, &made, &wrong] {
+            int from = (t + 1) % kThreads;
+            for (int i = 0; i < kTrees; ++i) {
+                TreeNode* root = made[from][i];
+                StringBuffer n;
+                if (!root || !root->getAttributeValue("n", n) ||
+                    n.intValue() != from * kTrees + i || root->getNumChildren() != 2) {
+                    ++wrong[t];
+                }
+                if (!root) continue;
+                TreeNode::createNode2(root, "c", "added here");  // allocate on this thread too
+                root->deleteTree();
+            }
+        });
+    }
+    for (std::thread& th : destroyers)
+        th.join();
+    for (int t = 0; t < kThreads; ++t)
+        EXPECT_EQ(wrong[t], 0) << "thread " << t;
+}
+
 // Children that each carry kThreads keys, as attributes k0..k3 and as record
 // fields f0..f3. Key j of child i is (i * kMul[j]) mod kChildren, so every key
 // orders the children differently: a sort that read another thread's key
