@@ -54,10 +54,19 @@ const char* findBytesNoCase(const char* hay, size_t hn, const char* needle, size
 }
 
 // Bytes that may stand in an XML name (ASCII part only; 0x80+ always stay).
-inline bool keepInName(unsigned char c) {
+constexpr bool keepInName(unsigned char c) {
     return c >= 0x80 || static_cast<unsigned>((c | 0x20) - 'a') < 26u ||
            static_cast<unsigned>(c - '0') < 10u || c == '_' || c == '-' || c == '.' || c == ':';
 }
+
+// Nearly every name is already clean, so the check is one table look-up per byte.
+struct NameByteTable {
+    bool keep[256];
+    constexpr NameByteTable() : keep() {
+        for (int c = 0; c < 256; ++c) keep[c] = keepInName(static_cast<unsigned char>(c));
+    }
+};
+constexpr NameByteTable kNameBytes;
 
 }  // namespace
 
@@ -452,14 +461,25 @@ void StringBuffer::trim2() {
     m_data[m_size] = '\0';
 }
 
+int StringBuffer::cleanXmlTagPrefix(const char* p, int n) {
+    const unsigned char* q = reinterpret_cast<const unsigned char*>(p);
+    int i = 0;
+    while (i < n && kNameBytes.keep[q[i]]) ++i;
+    return i;
+}
+
 void StringBuffer::removeInvalidXmlTagChars() {
-    char* w = m_data;
-    for (uint32_t i = 0; i < m_size; ++i) {
-        const char c = m_data[i];
-        if (keepInName(static_cast<unsigned char>(c))) *w++ = c;
+    char* const data = m_data;
+    const uint32_t size = m_size;
+    uint32_t i = static_cast<uint32_t>(cleanXmlTagPrefix(data, static_cast<int>(size)));
+    if (i == size) return;
+    char* w = data + i;
+    for (++i; i < size; ++i) {
+        const char c = data[i];
+        if (kNameBytes.keep[static_cast<unsigned char>(c)]) *w++ = c;
     }
-    m_size = static_cast<uint32_t>(w - m_data);
-    m_data[m_size] = '\0';
+    m_size = static_cast<uint32_t>(w - data);
+    data[m_size] = '\0';
 }
 
 void StringBuffer::split(ExtPtrArray& out, char sep, bool, bool) const {

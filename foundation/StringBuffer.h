@@ -66,6 +66,22 @@ public:
         return true;
     }
     bool prepend(const char* s);
+    // For writers that size a piece first: reserveMore(n) makes room for n
+    // more bytes, after which appendUnchecked/appendCharUnchecked may add up
+    // to n bytes in all without a capacity check each.
+    bool reserveMore(int n) {
+        return n <= 0 || static_cast<uint32_t>(n) <= m_cap - m_size ||
+               growBy(static_cast<uint32_t>(n));
+    }
+    void appendUnchecked(const char* p, int n) {
+        std::memcpy(m_data + m_size, p, static_cast<size_t>(n));
+        m_size += static_cast<uint32_t>(n);
+        m_data[m_size] = '\0';
+    }
+    void appendCharUnchecked(char c) {
+        m_data[m_size] = c;
+        m_data[++m_size] = '\0';
+    }
 
     // --- replacing -------------------------------------------------------
     bool setString(const char* s);  // safe when s points into this text
@@ -110,6 +126,9 @@ public:
     // Drops every ASCII byte that is not a letter, digit, '_', '-', '.' or
     // ':'; bytes 0x80 and above stay.
     void removeInvalidXmlTagChars();
+    // Length of the leading run of p[0, n) that removeInvalidXmlTagChars keeps
+    // as it is: n when the name needs no cleaning.
+    static int cleanXmlTagPrefix(const char* p, int n);
 
     // --- capacity ----------------------------------------------------------
     bool reserve(int totalBytes);  // room for totalBytes of text in all

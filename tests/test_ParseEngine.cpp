@@ -81,6 +81,26 @@ TEST(ParseEngine, CapturesStopBeforeDelimiter) {
     EXPECT_EQ(line.cursor, line.textBuf.getSize());
 }
 
+TEST(ParseEngine, DelimiterSetsCoverEveryByteValue) {
+    // Delimiters from each quarter of the byte range, and bytes next to them
+    // that must not stop the scan.
+    Engine pe("ab?>=\x7F\x7E@~\xC3\xA9\xFF\xFE");
+    StringBuffer out;
+    pe.captureToNext7("@", out);
+    EXPECT_STREQ(out.getString(), "ab?>=\x7F\x7E");
+    out.clear();
+    pe.captureToNext5("\xFF~", out);
+    EXPECT_STREQ(out.getString(), "@");
+    pe.cursor += 1;
+    out.clear();
+    pe.captureToNext("\xFF", out);
+    EXPECT_STREQ(out.getString(), "\xC3\xA9");
+    out.clear();
+    pe.captureToNext("", out);  // no delimiters: runs to the end
+    EXPECT_STREQ(out.getString(), "\xFF\xFE");
+    EXPECT_TRUE(pe.atEnd());
+}
+
 TEST(ParseEngine, EmbeddedNulEndsScans) {
     ParseEngine pe;
     pe.appendN("ab\0c>d", 6);

@@ -79,6 +79,22 @@ TEST(StringBuffer, ConstructorsAndFactories) {
     EXPECT_EQ(x.getCP(), 2);
 }
 
+TEST(StringBuffer, UncheckedAppendsWithinReservedRoom) {
+    // Crossing from inline to heap storage, and reserving more than once.
+    StringBuffer sb("0123456789");
+    ASSERT_TRUE(sb.reserveMore(40));
+    EXPECT_GE(sb.getCapacity(), 50);
+    sb.appendUnchecked("abcdefghijklmnopqrstuvwxyz", 26);
+    sb.appendCharUnchecked('!');
+    EXPECT_TRUE(sb.reserveMore(0));
+    ASSERT_TRUE(sb.reserveMore(3000));
+    for (int i = 0; i < 1000; ++i) sb.appendUnchecked("xyz", 3);
+    EXPECT_EQ(sb.getSize(), 37 + 3000);
+    EXPECT_EQ(std::string(sb.getString(), 37), "0123456789abcdefghijklmnopqrstuvwxyz!");
+    EXPECT_EQ(sb.getString()[sb.getSize()], '\0');
+    EXPECT_EQ(sb.lastChar(), 'z');
+}
+
 TEST(StringBuffer, AppendInt) {
     StringBuffer sb;
     sb.append(INT_MIN);
@@ -213,6 +229,15 @@ TEST(StringBuffer, CharRemovalTrimAndNames) {
     StringBuffer n("a b<c>d_e-f.g:h/i\xC3\xA9!9");
     n.removeInvalidXmlTagChars();
     EXPECT_STREQ(n.getString(), "abcd_e-f.g:hi\xC3\xA9" "9");
+    // The clean prefix ends at the first byte to drop, NUL included.
+    EXPECT_EQ(StringBuffer::cleanXmlTagPrefix("a-b.c:d_\xC3\xA9", 10), 10);
+    EXPECT_EQ(StringBuffer::cleanXmlTagPrefix("ab\"c", 4), 2);
+    EXPECT_EQ(StringBuffer::cleanXmlTagPrefix("ab\0c", 4), 2);
+    EXPECT_EQ(StringBuffer::cleanXmlTagPrefix("<a", 2), 0);
+    StringBuffer last("name>");  // only the last byte goes
+    last.removeInvalidXmlTagChars();
+    EXPECT_STREQ(last.getString(), "name");
+    EXPECT_EQ(last.getSize(), 4);
     StringBuffer up("ABC\xC3\x89z");
     up.toLowerCase();
     EXPECT_STREQ(up.getString(), "abc\xC3\x89z");

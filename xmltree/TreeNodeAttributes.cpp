@@ -1,6 +1,8 @@
 // A node's attributes. The set is made on the first write; every lookup
 // answers for a node without one as for an empty set.
 
+#include <climits>
+#include <cstring>
 #include <new>
 
 #include "xmltree/TreeNode.h"
@@ -15,16 +17,25 @@ bool isBadNameStart(char c) {
 
 void TreeNode::addAttribute(const char* name, const char* value) {
     if (!name || !*name) return;
-    StringBuffer cleaned(name);
-    cleaned.removeInvalidXmlTagChars();
-    // Decided on the name as given: " 1a" keeps no prefix even though
-    // cleaning leaves it starting with a digit.
-    if (isBadNameStart(name[0])) cleaned.prepend("A");
+    if (!value) value = "";
+    const size_t nameLen = std::strlen(name), valueLen = std::strlen(value);
+    if (nameLen >= INT_MAX || valueLen >= INT_MAX) return;  // more than a set can hold
     if (!attributes) {
         attributes = new (std::nothrow) AttributeSet();
         if (!attributes) return;
     }
-    attributes->addAttribute(cleaned.getString(), value);
+    const int n = static_cast<int>(nameLen), vn = static_cast<int>(valueLen);
+    // Nearly every name arrives clean: store it without the scratch copy.
+    if (!isBadNameStart(name[0]) && StringBuffer::cleanXmlTagPrefix(name, n) == n) {
+        attributes->addAttributeN(name, n, value, vn);
+        return;
+    }
+    StringBuffer cleaned(name, n, 1);
+    cleaned.removeInvalidXmlTagChars();
+    // Decided on the name as given: " 1a" keeps no prefix even though
+    // cleaning leaves it starting with a digit.
+    if (isBadNameStart(name[0])) cleaned.prepend("A");
+    attributes->addAttributeN(cleaned.getString(), cleaned.getSize(), value, vn);
 }
 
 bool TreeNode::updateAttribute(const char* name, const char* value) {
