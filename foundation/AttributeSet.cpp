@@ -11,6 +11,53 @@ namespace {
 
 const uint64_t kMaxBlock = static_cast<uint64_t>(INT_MAX);
 
+// Byte classes for attribute values: 0 copies the byte, 1 is a NUL (the end
+// of the value, or a byte of it), any other value indexes kEntities.
+struct ValueEscapeTable {
+    unsigned char cls[256];
+    constexpr ValueEscapeTable() : cls() {
+        cls[0] = 1;
+        cls[static_cast<unsigned char>('<')] = 2;
+        cls[static_cast<unsigned char>('>')] = 3;
+        cls[static_cast<unsigned char>('"')] = 4;
+        cls[static_cast<unsigned char>('&')] = 5;
+    }
+};
+constexpr ValueEscapeTable kValueEscape;
+
+struct Entity {
+    const char* text;
+    int len;
+};
+const Entity kEntities[6] = {{"", 0},     {"", 0},       {"&lt;", 4},
+                             {"&gt;", 4}, {"&quot;", 6}, {"&amp;", 5}};
+
+// Appends the len bytes at value, escaped, into room the caller reserved
+// for len bytes plus one; an entity makes room for itself and what follows.
+// The stored value always ends with a NUL, which stops the scan.
+bool appendEscapedValue(StringBuffer& out, const char* value, uint32_t len) {
+    const unsigned char* p = reinterpret_cast<const unsigned char*>(value);
+    const unsigned char* const end = p + len;
+    const unsigned char* run = p;
+    for (;;) {
+        unsigned char cls;
+        while ((cls = kValueEscape.cls[*p]) == 0) ++p;
+        if (cls == 1) {
+            if (p == end) break;
+            ++p;  // a NUL inside the value is copied like any byte
+            continue;
+        }
+        out.appendUnchecked(reinterpret_cast<const char*>(run), static_cast<int>(p - run));
+        ++p;
+        const Entity& entity = kEntities[cls];
+        if (!out.reserveMore(entity.len + static_cast<int>(end - p) + 1)) return false;
+        out.appendUnchecked(entity.text, entity.len);
+        run = p;
+    }
+    out.appendUnchecked(reinterpret_cast<const char*>(run), static_cast<int>(end - run));
+    return true;
+}
+
 }  // namespace
 
 AttributeSet::AttributeSet()
@@ -193,26 +240,12 @@ void AttributeSet::appendXml(StringBuffer& out) const {
     const Entry* entry = entries();
     for (int i = 0; i < m_count; ++i) {
         const Entry& e = entry[i];
-        out.appendChar(' ');
-        out.appendN(namePtr(e), static_cast<int>(e.nameLen));
-        out.appendN("=\"", 2);
-        const char* run = valuePtr(e);
-        const char* end = run + e.valueLen;
-        for (const char* p = run; p < end; ++p) {
-            const char* entity;
-            int entityLen;
-            switch (*p) {
-                case '&': entity = "&amp;"; entityLen = 5; break;
-                case '<': entity = "&lt;"; entityLen = 4; break;
-                case '>': entity = "&gt;"; entityLen = 4; break;
-                case '"': entity = "&quot;"; entityLen = 6; break;
-                default: continue;
-            }
-            out.appendN(run, static_cast<int>(p - run));
-            out.appendN(entity, entityLen);
-            run = p + 1;
-        }
-        out.appendN(run, static_cast<int>(end - run));
-        out.appendChar('"');
+        // Space, name, =", value and the closing quote; entities ask for more.
+        if (!out.reserveMore(static_cast<int>(e.nameLen + e.valueLen + 4))) return;
+        out.appendCharUnchecked(' ');
+        out.appendUnchecked(namePtr(e), static_cast<int>(e.nameLen));
+        out.appendUnchecked("=\"", 2);
+        if (!appendEscapedValue(out, valuePtr(e), e.valueLen)) return;
+        out.appendCharUnchecked('"');
     }
 }

@@ -106,4 +106,23 @@ TEST(AttributeSet, MatchingAndXml) {
                  "<n href=\"http://x/a.xsl\" q=\"a&amp;b&lt;c&gt;&quot;d'\" e=\"\"");
 }
 
+TEST(AttributeSet, XmlOfLongAndDenselyEscapedValues) {
+    // Every byte an entity: the output outgrows the room sized for the value.
+    std::string dense(3000, '"');
+    std::string expected;
+    for (size_t i = 0; i < dense.size(); ++i) expected += "&quot;";
+    // Escapes at both ends of a long run, and a NUL stored inside a value.
+    std::string edges = "&" + std::string(5000, 'x') + "<";
+    const char withNul[] = {'a', '\0', '>', 'b'};
+    AttributeSet a;
+    a.addAttribute("d", dense.c_str());
+    a.addAttribute("e", edges.c_str());
+    a.addAttributeN("n", 1, withNul, 4);
+    StringBuffer out;
+    a.appendXml(out);
+    const std::string want = " d=\"" + expected + "\" e=\"&amp;" + std::string(5000, 'x') +
+                             "&lt;\" n=\"a" + std::string(1, '\0') + "&gt;b\"";
+    EXPECT_EQ(std::string(out.getString(), out.getSize()), want);
+}
+
 }  // namespace

@@ -37,11 +37,6 @@ void appendLit(StringBuffer& out, const char (&text)[N]) {
     out.appendN(text, N - 1);
 }
 
-void appendIndent(StringBuffer& out, int depth) {
-    const int levels = depth < kMaxIndentLevels ? depth : kMaxIndentLevels;
-    if (levels > 0) out.appendN(kBlanks, levels * kBlanksPerLevel);
-}
-
 // Byte classes for escaping: 0 copies the byte, 1 is the terminating NUL,
 // any other value indexes kEntities.
 struct EscapeTable {
@@ -230,32 +225,43 @@ void TreeNode::createXML(StringBuffer& out, int index, int depth, bool omitDecla
     writer.write(this, index, depth, omitDeclaration);
 }
 
-bool TreeNode::openTag(StringBuffer& out, int depth) {
-    appendIndent(out, depth);
-    out.appendChar('<');
-    if (tag && tag->getSize() > 0) {
-        out.append(*tag);
-    } else {
-        appendLit(out, kMissingName);
-    }
-    if (attributes && attributes->numAttributes() > 0) attributes->appendXml(out);
-    if ((content && content->getSize() > 0) || children) {
-        out.appendChar('>');
-        return false;
-    }
-    appendLit(out, kEmptyTagEnd);
+namespace {
+
+// Indentation, then `open` and the tag name, with room reserved for
+// `tail` more bytes so the caller can finish the piece unchecked.
+bool appendTagStart(StringBuffer& out, int depth, const char* open, int openLen,
+                    const StringBuffer* tag, int tail) {
+    const int levels = depth < kMaxIndentLevels ? (depth > 0 ? depth : 0) : kMaxIndentLevels;
+    const int blanks = levels * kBlanksPerLevel;
+    const bool named = tag && tag->getSize() > 0;
+    const char* name = named ? tag->getString() : kMissingName;
+    const int nameLen = named ? tag->getSize() : static_cast<int>(sizeof(kMissingName) - 1);
+    if (!out.reserveMore(blanks + openLen + nameLen + tail)) return false;
+    out.appendUnchecked(kBlanks, blanks);
+    out.appendUnchecked(open, openLen);
+    out.appendUnchecked(name, nameLen);
     return true;
 }
 
-void TreeNode::closeTag(StringBuffer& out, int depth) {
-    appendIndent(out, depth);
-    out.appendN("</", 2);
-    if (tag && tag->getSize() > 0) {
-        out.append(*tag);
-    } else {
-        appendLit(out, kMissingName);
+}  // namespace
+
+bool TreeNode::openTag(StringBuffer& out, int depth) {
+    const bool hasBody = (content && content->getSize() > 0) || children;
+    const int tail = hasBody ? 1 : static_cast<int>(sizeof(kEmptyTagEnd) - 1);
+    if (!attributes || attributes->numAttributes() == 0) {
+        if (appendTagStart(out, depth, "<", 1, tag, tail)) {
+            out.appendUnchecked(hasBody ? ">" : kEmptyTagEnd, tail);
+        }
+        return !hasBody;
     }
-    out.appendN(">\r\n", 3);
+    appendTagStart(out, depth, "<", 1, tag, 0);
+    attributes->appendXml(out);
+    out.appendN(hasBody ? ">" : kEmptyTagEnd, tail);
+    return !hasBody;
+}
+
+void TreeNode::closeTag(StringBuffer& out, int depth) {
+    if (appendTagStart(out, depth, "</", 2, tag, 3)) out.appendUnchecked(">\r\n", 3);
 }
 
 bool TreeNode::outputContent(StringBuffer& out) const {
