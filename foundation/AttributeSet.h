@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "foundation/SmallObjectPool.h"
+
 class StringBuffer;
 
 // The ordered attributes of one element: name/value pairs, indexed from 0 in
@@ -19,6 +21,7 @@ class StringBuffer;
 // is unchanged.
 class AttributeSet {
 public:
+    XMLTREE_SMALL_OBJECT_POOLED(AttributeSet)
     AttributeSet();
     AttributeSet(const AttributeSet& other);
     AttributeSet& operator=(const AttributeSet& other);

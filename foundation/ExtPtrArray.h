@@ -1,6 +1,8 @@
 #ifndef XMLTREE_FOUNDATION_EXTPTRARRAY_H
 #define XMLTREE_FOUNDATION_EXTPTRARRAY_H
 
+#include "foundation/SmallObjectPool.h"
+
 class StringBuffer;
 
 // An ordered array of untyped pointers. The array never owns its elements,
@@ -11,6 +13,7 @@ class StringBuffer;
 // children arrays of a tree small. Not copyable.
 class ExtPtrArray {
 public:
+    XMLTREE_SMALL_OBJECT_POOLED(ExtPtrArray)
     ExtPtrArray() : m_items(nullptr), m_size(0), m_cap(0) {}  // allocates on first append
     ExtPtrArray(int initialCapacity, int growBy);
     ExtPtrArray(const ExtPtrArray&) = delete;

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "foundation/SmallObjectPool.h"
+
 class ExtPtrArray;
 
 // A growable byte string, always NUL-terminated. Sizes and indexes count
@@ -17,6 +19,7 @@ class ExtPtrArray;
 // and leaves the text as it was.
 class StringBuffer {
 public:
+    XMLTREE_SMALL_OBJECT_POOLED(StringBuffer)
     static constexpr int kInlineCapacity = 21;  // bytes of text held inline (+ NUL)
 
     StringBuffer();

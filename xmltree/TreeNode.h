@@ -28,6 +28,7 @@
 #include "foundation/MorvexObject.h"
 #include "foundation/ParseEngine.h"
 #include "foundation/ProgressMonitor.h"
+#include "foundation/SmallObjectPool.h"
 #include "foundation/StringBuffer.h"
 #include "foundation/StringPair.h"
 #include "xmltree/StringConsumer.h"
@@ -57,6 +58,7 @@ public:
 
 class TreeNode : public MorvexObject {
 public:
+    XMLTREE_SMALL_OBJECT_POOLED(TreeNode)
     // ---- node model -------------------------------------------------------
     TreeNode();
     TreeNode(const char* tag, const char* content, int unused);

@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <vector>
 
+#include "foundation/SmallObjectPool.h"
 #include "foundation/StringBuffer.h"
 #include "xmltree/TreeNode.h"
 
@@ -80,11 +81,19 @@ struct HeapBreakdown {
     }
 };
 
+// An object of a pooled class costs its pool block (which has no header);
+// in builds without the pool, its malloc chunk.
+template <class T>
+inline size_t objectBytes(const T* p) {
+    if (!p) return 0;
+    return SmallObjectPool::enabled() ? SmallObjectPool::blockBytes(sizeof(T)) : chunkBytes(p);
+}
+
 inline void addBufferBytes(const StringBuffer* sb, size_t& count, size_t& bytes,
                            size_t& heapTexts) {
     if (!sb) return;
     ++count;
-    bytes += chunkBytes(sb);
+    bytes += objectBytes(sb);
     if (sb->getCapacity() > StringBuffer::kInlineCapacity) {
         ++heapTexts;
         bytes += chunkBytes(sb->getString());
@@ -99,16 +108,16 @@ inline HeapBreakdown breakDown(TreeNode* root) {
         TreeNode* node = stack.back();
         stack.pop_back();
         ++b.nodes;
-        b.nodeBytes += chunkBytes(node);
+        b.nodeBytes += objectBytes(node);
         addBufferBytes(node->_getMyTagSB2(), b.tags, b.tagBytes, b.tagHeapTexts);
         addBufferBytes(node->getContentSb_const(), b.contents, b.contentBytes, b.contentHeapTexts);
         if (AttributeSet* attrs = node->getAttributeSet()) {
             ++b.attrSets;
-            b.attrSetBytes += chunkBytes(attrs);
+            b.attrSetBytes += objectBytes(attrs);
         }
         if (ExtPtrArray* kids = node->getChildrenArray()) {
             ++b.childArrays;
-            b.childArrayBytes += chunkBytes(kids) + chunkBytes(kids->getItems());
+            b.childArrayBytes += objectBytes(kids) + chunkBytes(kids->getItems());
             for (int i = 0; i < kids->getSize(); ++i) {
                 stack.push_back(static_cast<TreeNode*>(kids->elementAt(i)));
             }
