@@ -1,7 +1,6 @@
 #include "foundation/ParseEngine.h"
 
 #include <climits>
-#include <cstdint>
 #include <cstring>
 
 #include "foundation/DataBuffer.h"
@@ -17,27 +16,6 @@ inline const char* findCharOrEnd(const char* p, char c) {
     const char* q = std::strchr(p, c);
     return q ? q : p + std::strlen(p);
 #endif
-}
-
-// A set of bytes as 256 bits: cheap to build per call (strcspn zeroes a
-// 256-byte table each time, which dominates for the short names we scan).
-struct ByteSet {
-    uint64_t bits[4] = {0, 0, 0, 0};
-    explicit ByteSet(const char* members) {
-        add(0);
-        for (const unsigned char* m = reinterpret_cast<const unsigned char*>(members); *m; ++m) {
-            add(*m);
-        }
-    }
-    void add(unsigned char c) { bits[c >> 6] |= uint64_t{1} << (c & 63); }
-    bool has(unsigned char c) const { return (bits[c >> 6] >> (c & 63)) & 1u; }
-};
-
-// First byte of p in the set (the NUL always is).
-inline const char* findInSet(const char* p, const ByteSet& set) {
-    const unsigned char* q = reinterpret_cast<const unsigned char*>(p);
-    while (!set.has(*q)) ++q;
-    return reinterpret_cast<const char*>(q);
 }
 
 }  // namespace
@@ -69,8 +47,9 @@ bool ParseEngine::appendN(const char* p, int n) {
 
 void ParseEngine::captureToNext(const char* delimiters, StringBuffer& out) {
     const char* start = textPtr + cursor;
-    const ByteSet stops(delimiters ? delimiters : "");
-    captureSpan(start, static_cast<int>(findInSet(start, stops) - start), out);
+    // strcspn builds its byte table once per call and stops at the NUL.
+    const size_t n = std::strcspn(start, delimiters ? delimiters : "");
+    captureSpan(start, static_cast<int>(n), out);
 }
 
 void ParseEngine::captureToNext2(const char* delimiters, StringBuffer& out) {

@@ -59,21 +59,39 @@ struct Entity {
 const Entity kEntities[7] = {{"", 0},       {"", 0},       {"&lt;", 4}, {"&gt;", 4},
                              {"&quot;", 6}, {"&apos;", 6}, {"&amp;", 5}};
 
-// Runs of bytes that need no escaping go out in one appendN each. The scan
-// stops at the first NUL, as the text is read as a C string.
-void appendEscaped(StringBuffer& out, const char* text) {
+void appendIndent(StringBuffer& out, int depth) {
+    const int levels = depth < kMaxIndentLevels ? depth : kMaxIndentLevels;
+    if (levels > 0) out.appendN(kBlanks, levels * kBlanksPerLevel);
+}
+
+// First byte at or after p that is not copied as it is.
+inline const unsigned char* skipPlain(const unsigned char* p) {
+    for (;;) {
+        if (kEscape.cls[p[0]]) return p;
+        if (kEscape.cls[p[1]]) return p + 1;
+        if (kEscape.cls[p[2]]) return p + 2;
+        if (kEscape.cls[p[3]]) return p + 3;
+        p += 4;
+    }
+}
+
+// The len bytes at text, escaped, in runs copied whole into room reserved
+// up front; an entity makes room for itself and the rest. The scan stops at
+// the first NUL, as the text is read as a C string.
+void appendEscaped(StringBuffer& out, const char* text, int len) {
+    if (!out.reserveMore(len)) return;
     const unsigned char* p = reinterpret_cast<const unsigned char*>(text);
+    const unsigned char* const end = p + len;
     const unsigned char* run = p;
     for (;;) {
+        p = skipPlain(p);
+        out.appendUnchecked(reinterpret_cast<const char*>(run), static_cast<int>(p - run));
         const unsigned char cls = kEscape.cls[*p];
-        if (cls == 0) {
-            ++p;
-            continue;
-        }
-        out.appendN(reinterpret_cast<const char*>(run), static_cast<int>(p - run));
         if (cls == 1) return;
-        out.appendN(kEntities[cls].text, kEntities[cls].len);
+        const Entity& entity = kEntities[cls];
         run = ++p;
+        if (!out.reserveMore(entity.len + static_cast<int>(end - p))) return;
+        out.appendUnchecked(entity.text, entity.len);
     }
 }
 
@@ -225,49 +243,38 @@ void TreeNode::createXML(StringBuffer& out, int index, int depth, bool omitDecla
     writer.write(this, index, depth, omitDeclaration);
 }
 
-namespace {
-
-// Indentation, then `open` and the tag name, with room reserved for
-// `tail` more bytes so the caller can finish the piece unchecked.
-bool appendTagStart(StringBuffer& out, int depth, const char* open, int openLen,
-                    const StringBuffer* tag, int tail) {
-    const int levels = depth < kMaxIndentLevels ? (depth > 0 ? depth : 0) : kMaxIndentLevels;
-    const int blanks = levels * kBlanksPerLevel;
-    const bool named = tag && tag->getSize() > 0;
-    const char* name = named ? tag->getString() : kMissingName;
-    const int nameLen = named ? tag->getSize() : static_cast<int>(sizeof(kMissingName) - 1);
-    if (!out.reserveMore(blanks + openLen + nameLen + tail)) return false;
-    out.appendUnchecked(kBlanks, blanks);
-    out.appendUnchecked(open, openLen);
-    out.appendUnchecked(name, nameLen);
+bool TreeNode::openTag(StringBuffer& out, int depth) {
+    appendIndent(out, depth);
+    out.appendChar('<');
+    if (tag && tag->getSize() > 0) {
+        out.append(*tag);
+    } else {
+        appendLit(out, kMissingName);
+    }
+    if (attributes && attributes->numAttributes() > 0) attributes->appendXml(out);
+    if ((content && content->getSize() > 0) || children) {
+        out.appendChar('>');
+        return false;
+    }
+    appendLit(out, kEmptyTagEnd);
     return true;
 }
 
-}  // namespace
-
-bool TreeNode::openTag(StringBuffer& out, int depth) {
-    const bool hasBody = (content && content->getSize() > 0) || children;
-    const int tail = hasBody ? 1 : static_cast<int>(sizeof(kEmptyTagEnd) - 1);
-    if (!attributes || attributes->numAttributes() == 0) {
-        if (appendTagStart(out, depth, "<", 1, tag, tail)) {
-            out.appendUnchecked(hasBody ? ">" : kEmptyTagEnd, tail);
-        }
-        return !hasBody;
-    }
-    appendTagStart(out, depth, "<", 1, tag, 0);
-    attributes->appendXml(out);
-    out.appendN(hasBody ? ">" : kEmptyTagEnd, tail);
-    return !hasBody;
-}
-
 void TreeNode::closeTag(StringBuffer& out, int depth) {
-    if (appendTagStart(out, depth, "</", 2, tag, 3)) out.appendUnchecked(">\r\n", 3);
+    appendIndent(out, depth);
+    out.appendN("</", 2);
+    if (tag && tag->getSize() > 0) {
+        out.append(*tag);
+    } else {
+        appendLit(out, kMissingName);
+    }
+    out.appendN(">\r\n", 3);
 }
 
 bool TreeNode::outputContent(StringBuffer& out) const {
     if (!content || content->getSize() == 0) return false;
     if (!cdata) {
-        appendEscaped(out, content->getString());
+        appendEscaped(out, content->getString(), content->getSize());
         return true;
     }
     appendLit(out, kCdataOpen);
