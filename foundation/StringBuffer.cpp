@@ -84,12 +84,15 @@ StringBuffer::StringBuffer(const char* s) : StringBuffer() {
 
 StringBuffer::StringBuffer(const char* s, int n, int extraHint) : StringBuffer() {
     if (!s || n <= 0) return;
+    (void)extraHint;
+    // Most text runs are never appended to, so the block holds exactly the
+    // text: spare room would stay unused in every content of a large tree.
     if (static_cast<uint32_t>(n) > m_cap) {
-        // The hint is spare room for text that usually follows; keep it modest.
-        uint32_t extra = (extraHint > 0) ? static_cast<uint32_t>(extraHint < 4096 ? extraHint : 4096) : 0u;
-        uint32_t want = static_cast<uint32_t>(n);
-        if (want <= kMaxSize - extra) want += extra;
-        growTo(want);
+        if (static_cast<uint32_t>(n) > kMaxSize) return;
+        char* block = static_cast<char*>(std::malloc(static_cast<size_t>(n) + 1));
+        if (!block) return;
+        m_data = block;
+        m_cap = static_cast<uint32_t>(n);
     }
     appendN(s, n);
 }
