@@ -315,9 +315,14 @@ TreeParser::Step TreeParser::openingTag() {
         nameBuf.clear();
         valueBuf.clear();
         e.captureToNext7(" \t\r\n=/>", nameBuf);
-        nameBuf.eliminateChar('"', 0);
-        nameBuf.eliminateChar('\'', 0);
-        nameBuf.removeCharOccurances('<');
+        // Quotes and '<' are never name bytes, so a name that is clean already
+        // (nearly every real one) has none of them to remove.
+        if (StringBuffer::cleanXmlTagPrefix(nameBuf.getString(), nameBuf.getSize()) !=
+            nameBuf.getSize()) {
+            nameBuf.eliminateChar('"', 0);
+            nameBuf.eliminateChar('\'', 0);
+            nameBuf.removeCharOccurances('<');
+        }
         skipWs(t, c);
         if (t[c] == '=') {
             ++c;
