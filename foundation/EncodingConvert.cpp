@@ -85,6 +85,18 @@ void logUnknown(LogBase& log, const char* what, const char* name) {
     log.logError(msg.getString());
 }
 
+// The charset name of a code page, or null after logging that the code page
+// is not one we know (`what` says which side of the conversion it is).
+const char* charsetOfCodePage(int codePage, const char* what, LogBase& log) {
+    const char* name = EncodingConvert::codePageToCharset(codePage);
+    if (!name) {
+        StringBuffer cp;
+        cp.append(codePage);
+        logUnknown(log, what, cp.getString());
+    }
+    return name;
+}
+
 }  // namespace
 
 const char* EncodingConvert::codePageToCharset(int codePage) {
@@ -96,33 +108,18 @@ const char* EncodingConvert::codePageToCharset(int codePage) {
 
 bool EncodingConvert::EncConvert(int fromCodePage, int toCodePage, const unsigned char* bytes,
                                  unsigned int numBytes, DataBuffer& out, LogBase& log) {
-    const char* from = codePageToCharset(fromCodePage);
-    if (!from) {
-        StringBuffer cp;
-        cp.append(fromCodePage);
-        logUnknown(log, "from code page", cp.getString());
-        return false;
-    }
-    const char* to = codePageToCharset(toCodePage);
-    if (!to) {
-        StringBuffer cp;
-        cp.append(toCodePage);
-        logUnknown(log, "to code page", cp.getString());
-        return false;
-    }
+    const char* from = charsetOfCodePage(fromCodePage, "from code page", log);
+    if (!from) return false;
+    const char* to = charsetOfCodePage(toCodePage, "to code page", log);
+    if (!to) return false;
     return ChConvert3(from, to, bytes, numBytes, out, log);
 }
 
 bool EncodingConvert::ChConvert2(const char* fromCharset, int toCodePage,
                                  const unsigned char* bytes, unsigned int numBytes,
                                  DataBuffer& out, LogBase& log) {
-    const char* to = codePageToCharset(toCodePage);
-    if (!to) {
-        StringBuffer cp;
-        cp.append(toCodePage);
-        logUnknown(log, "to code page", cp.getString());
-        return false;
-    }
+    const char* to = charsetOfCodePage(toCodePage, "to code page", log);
+    if (!to) return false;
     return ChConvert3(fromCharset, to, bytes, numBytes, out, log);
 }
 
