@@ -10,6 +10,7 @@
 
 #include "foundation/LogBase.h"
 #include "foundation/StringBuffer.h"
+#include "foundation/StringFunctions.h"
 
 namespace {
 
@@ -24,16 +25,6 @@ struct Base64Table {
     }
 };
 constexpr Base64Table kBase64;
-
-bool equalsNoCase(const char* a, const char* b) {
-    for (;; ++a, ++b) {
-        unsigned char ca = static_cast<unsigned char>(*a), cb = static_cast<unsigned char>(*b);
-        if (static_cast<unsigned>(ca - 'A') < 26u) ca = static_cast<unsigned char>(ca + 32);
-        if (static_cast<unsigned>(cb - 'A') < 26u) cb = static_cast<unsigned char>(cb + 32);
-        if (ca != cb) return false;
-        if (!ca) return true;
-    }
-}
 
 }  // namespace
 
@@ -90,7 +81,7 @@ bool DataBuffer::append(const void* bytes, unsigned int n) {
 bool DataBuffer::append(const DataBuffer& other) { return append(other.m_data, other.m_size); }
 
 bool DataBuffer::appendEncoded(const char* text, const char* encoding) {
-    if (!encoding || !equalsNoCase(encoding, "base64")) return false;
+    if (!encoding || mxStrICmp(encoding, "base64") != 0) return false;
     if (!text) return true;
     const unsigned char* p = reinterpret_cast<const unsigned char*>(text);
     const size_t len = std::strlen(text);

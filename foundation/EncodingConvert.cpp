@@ -8,6 +8,7 @@
 #include "foundation/DataBuffer.h"
 #include "foundation/LogBase.h"
 #include "foundation/StringBuffer.h"
+#include "foundation/StringFunctions.h"
 
 namespace {
 
@@ -32,16 +33,7 @@ const CodePageName kCodePages[] = {
     {850, "CP850"},         {866, "CP866"},         {874, "CP874"},
 };
 
-// ASCII-case-insensitive equality.
-bool sameName(const char* a, const char* b) {
-    for (;; ++a, ++b) {
-        unsigned char ca = static_cast<unsigned char>(*a), cb = static_cast<unsigned char>(*b);
-        if (static_cast<unsigned>(ca - 'A') < 26u) ca = static_cast<unsigned char>(ca + 32);
-        if (static_cast<unsigned>(cb - 'A') < 26u) cb = static_cast<unsigned char>(cb + 32);
-        if (ca != cb) return false;
-        if (!ca) return true;
-    }
-}
+bool sameName(const char* a, const char* b) { return mxStrICmp(a, b) == 0; }
 
 bool isUtf8Name(const char* n) { return sameName(n, "UTF-8") || sameName(n, "UTF8"); }
 

@@ -6,38 +6,36 @@
 
 #include "xmltree/TreeNode.h"
 
-void TreeNode::setInfoRecursive(TreeInfo* info) {
-    treeInfo = info;
-    if (getNumChildren() == 0) return;
+namespace {
+
+// Calls visit(child) for every node below `top`, in no particular order.
+template <class Visit>
+void forEachDescendant(TreeNode* top, Visit visit) {
+    if (top->getNumChildren() == 0) return;
     ExtPtrArray stack;
-    stack.append(this);
+    stack.append(top);
     while (stack.getSize() > 0) {
-        TreeNode* node = static_cast<TreeNode*>(stack.pop());
-        void** items = node->children->getItems();
-        int n = node->children->getSize();
+        ExtPtrArray* kids = static_cast<TreeNode*>(stack.pop())->getChildrenArray();
+        void** items = kids->getItems();
+        int n = kids->getSize();
         for (int i = 0; i < n; ++i) {
             TreeNode* child = static_cast<TreeNode*>(items[i]);
-            child->treeInfo = info;
+            visit(child);
             if (child->getNumChildren() > 0) stack.append(child);
         }
     }
 }
 
+}  // namespace
+
+void TreeNode::setInfoRecursive(TreeInfo* info) {
+    treeInfo = info;
+    forEachDescendant(this, [info](TreeNode* n) { n->treeInfo = info; });
+}
+
 int TreeNode::localRefcountSum() {
     int sum = localRefCount;
-    if (getNumChildren() == 0) return sum;
-    ExtPtrArray stack;
-    stack.append(this);
-    while (stack.getSize() > 0) {
-        TreeNode* node = static_cast<TreeNode*>(stack.pop());
-        void** items = node->children->getItems();
-        int n = node->children->getSize();
-        for (int i = 0; i < n; ++i) {
-            TreeNode* child = static_cast<TreeNode*>(items[i]);
-            sum += child->localRefCount;
-            if (child->getNumChildren() > 0) stack.append(child);
-        }
-    }
+    forEachDescendant(this, [&sum](TreeNode* n) { sum += n->localRefCount; });
     return sum;
 }
 
