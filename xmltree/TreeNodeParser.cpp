@@ -7,6 +7,7 @@
 
 #include <strings.h>
 
+#include <climits>
 #include <cstring>
 #include <new>
 
@@ -39,6 +40,53 @@ inline void skipWs(const char* t, int& c) {
 
 inline bool isQuote(char c) {
     return c == '"' || c == '\'';
+}
+
+// Bytes that end a tag name (NUL, whitespace, '/', '>') and an attribute name
+// (the same and '=').
+struct NameEnds {
+    bool tag[256];
+    bool attr[256];
+    constexpr NameEnds() : tag(), attr() {
+        const char ends[] = "\0 \t\r\n/>";
+        for (char ch : ends)
+            tag[static_cast<unsigned char>(ch)] = attr[static_cast<unsigned char>(ch)] = true;
+        attr[static_cast<unsigned char>('=')] = true;
+    }
+};
+constexpr NameEnds kNameEnds;
+
+inline const char* scanTo(const char* p, const bool (&stop)[256]) {
+    while (!stop[static_cast<unsigned char>(*p)])
+        ++p;
+    return p;
+}
+
+// Length of the clean name at p, or -1 when the name up to the stop class
+// holds a byte that cleaning would remove. NUL ends every name and is no name
+// byte, so the prefix scan stops in the text.
+inline int cleanNameLength(const char* p, const bool (&stop)[256]) {
+    const int n = StringBuffer::cleanXmlTagPrefix(p, INT_MAX);
+    return stop[static_cast<unsigned char>(p[n])] ? n : -1;
+}
+
+inline const char* findQuoteOrEnd(const char* p, char q) {
+#if defined(__GLIBC__)
+    return strchrnul(p, q);
+#else
+    const char* hit = std::strchr(p, q);
+    return hit ? hit : p + std::strlen(p);
+#endif
+}
+
+inline const char* scanToEither(const char* p, char a, char b) {
+    for (char ch = *p; ch != a && ch != b && ch != '\0'; ch = *++p) {
+    }
+    return p;
+}
+
+inline bool isBadNameStart(char c) {
+    return (c >= '0' && c <= '9') || c == '.' || c == '-';
 }
 
 inline bool startsWith(const char* p, const char* s, size_t n) {
@@ -107,6 +155,10 @@ class TreeParser {
     Step dispatch();
     Step openingTag();
     Step closingTag();
+    TreeNode* newChild(const char* name, int len);
+    TreeNode* newElement(const char* name, int len);
+    void attribute(TreeNode* node);
+    const char* attributeValue(int& len);
     Step cdataSection();
     Step bangDeclaration();
     Step processingInstruction();
@@ -296,48 +348,24 @@ TreeParser::Step TreeParser::dispatch() {
 
 TreeParser::Step TreeParser::openingTag() {
     int& c = e.cursor;
-    tagBuf.clear();
-    e.captureToNext7(" \t\r\n/>>", tagBuf);
-    if (t[c] == '\0') return kStop;  // a tag cut off by the end makes no element
-    tagBuf.removeCharOccurances('<');
+    const char* name = t + c;
+    const int cleanLen = cleanNameLength(name, kNameEnds.tag);
+    const char* end = cleanLen >= 0 ? name + cleanLen : scanTo(name, kNameEnds.tag);
+    c = static_cast<int>(end - t);
+    if (*end == '\0') return kStop;  // a tag cut off by the end makes no element
     bool selfClosing = false;
     skipWs(t, c);
     if (t[c] == '/') {
         ++c;
         selfClosing = true;
     }
-    TreeNode* node = cur ? TreeNode::createNode(cur, tagBuf.getString())
-                         : TreeNode::createRoot(tagBuf.getString());
+    TreeNode* node = cleanLen >= 0 && cur ? newChild(name, cleanLen)
+                                          : newElement(name, static_cast<int>(end - name));
     if (!node) return kStop;
     cur = node;
     skipWs(t, c);
     while (t[c] != '\0' && t[c] != '>') {
-        nameBuf.clear();
-        valueBuf.clear();
-        e.captureToNext7(" \t\r\n=/>", nameBuf);
-        // Quotes and '<' are never name bytes, so a name that is clean already
-        // (nearly every real one) has none of them to remove.
-        if (StringBuffer::cleanXmlTagPrefix(nameBuf.getString(), nameBuf.getSize()) !=
-            nameBuf.getSize()) {
-            nameBuf.eliminateChar('"', 0);
-            nameBuf.eliminateChar('\'', 0);
-            nameBuf.removeCharOccurances('<');
-        }
-        skipWs(t, c);
-        if (t[c] == '=') {
-            ++c;
-            skipWs(t, c);
-            char q = t[c];
-            if (isQuote(q)) {
-                ++c;
-                e.captureToNext2(q == '"' ? "\"\"" : "''", valueBuf);
-            } else {
-                e.captureToNext2("'\"", valueBuf);  // unquoted: runs to the next quote
-            }
-            decodeIfAmp(valueBuf, 0);
-            if (isQuote(t[c])) ++c;
-        }
-        if (nameBuf.getSize() > 0) node->addAttribute(nameBuf.getString(), valueBuf.getString());
+        attribute(node);
         skipWs(t, c);
         if (t[c] == '/') {
             ++c;
@@ -348,6 +376,115 @@ TreeParser::Step TreeParser::openingTag() {
     if (t[c] == '>') ++c;
     if (selfClosing) closeCurrent();
     return kLoop;
+}
+
+// The common case: a clean name under an open element. The tag is stored
+// straight from the text; the node goes through the usual attach.
+TreeNode* TreeParser::newChild(const char* name, int len) {
+    TreeNode* node = new (std::nothrow) TreeNode();
+    if (!node) return nullptr;
+    if (len > 0) {
+        node->tag = new (std::nothrow) StringBuffer(name, len, 0);
+        if (node->tag && node->tag->getSize() != len) {
+            delete node->tag;
+            node->tag = nullptr;
+        }
+    }
+    if (!cur->treeInfo || !cur->appendChild2(node, 1004)) {
+        delete node;
+        return nullptr;
+    }
+    return node;
+}
+
+TreeNode* TreeParser::newElement(const char* name, int len) {
+    tagBuf.clear();
+    tagBuf.appendN(name, len);
+    tagBuf.removeCharOccurances('<');
+    return cur ? TreeNode::createNode(cur, tagBuf.getString())
+               : TreeNode::createRoot(tagBuf.getString());
+}
+
+// One name, optionally "=" and a value, at the cursor. Clean names and values
+// without references are stored straight from the text.
+void TreeParser::attribute(TreeNode* node) {
+    int& c = e.cursor;
+    const char* name = t + c;
+    int nameLen = cleanNameLength(name, kNameEnds.attr);
+    const bool clean = nameLen >= 0;
+    if (clean) {
+        c += nameLen;
+    } else {
+        nameBuf.clear();
+        e.captureToNext7(" \t\r\n=/>", nameBuf);
+        // Quotes and '<' are never name bytes.
+        nameBuf.eliminateChar('"', 0);
+        nameBuf.eliminateChar('\'', 0);
+        nameBuf.removeCharOccurances('<');
+        name = nameBuf.getString();
+        nameLen = nameBuf.getSize();
+    }
+    skipWs(t, c);
+    const char* value = "";
+    int valueLen = 0;
+    if (t[c] == '=') {
+        ++c;
+        skipWs(t, c);
+        value = attributeValue(valueLen);
+    }
+    if (nameLen == 0) return;
+    if (clean && !isBadNameStart(name[0])) {
+        if (!node->attributes) node->attributes = new (std::nothrow) AttributeSet();
+        if (node->attributes) node->attributes->addAttributeN(name, nameLen, value, valueLen);
+        return;
+    }
+    if (clean) {
+        nameBuf.clear();
+        nameBuf.appendN(name, nameLen);
+    }
+    if (value != valueBuf.getString()) {
+        valueBuf.clear();
+        valueBuf.appendN(value, valueLen);
+    }
+    node->addAttribute(nameBuf.getString(), valueBuf.getString());
+}
+
+// The value at the cursor: quoted, up to the same quote; unquoted, up to the
+// next quote of either kind. Points into the text unless it held a reference
+// to decode, in which case it is the decoded copy in valueBuf.
+const char* TreeParser::attributeValue(int& len) {
+    int& c = e.cursor;
+    char q1 = t[c], q2 = t[c];
+    if (isQuote(q1)) {
+        ++c;
+    } else {
+        q1 = '"';
+        q2 = '\'';
+    }
+    const char* value = t + c;
+    const char* end = value;
+    bool amp = false;
+    // Short values (nearly all) end within a few bytes; a long one is left to
+    // the library's vector scans.
+    for (int i = 0; i < 16; ++i, ++end) {
+        const char ch = *end;
+        if (ch == q1 || ch == q2 || ch == '\0') break;
+        amp |= ch == '&';
+    }
+    const char ch = *end;
+    if (ch != q1 && ch != q2 && ch != '\0') {
+        end = q1 == q2 ? findQuoteOrEnd(end, q1) : scanToEither(end, q1, q2);
+        amp = amp || std::memchr(value, '&', static_cast<size_t>(end - value)) != nullptr;
+    }
+    len = static_cast<int>(end - value);
+    c = static_cast<int>(end - t);
+    if (isQuote(t[c])) ++c;
+    if (!amp) return value;
+    valueBuf.clear();
+    valueBuf.appendN(value, len);
+    decodeEntities(valueBuf, 0);
+    len = valueBuf.getSize();
+    return valueBuf.getString();
 }
 
 void TreeParser::closeCurrent() {
