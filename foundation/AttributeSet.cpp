@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "foundation/EscapeScan.h"
 #include "foundation/StringBuffer.h"
 #include "foundation/StringFunctions.h"
 
@@ -11,51 +12,22 @@ namespace {
 
 const uint64_t kMaxBlock = static_cast<uint64_t>(INT_MAX);
 
-// Byte classes for attribute values: 0 copies the byte, 1 is a NUL (the end
-// of the value, or a byte of it), any other value indexes kEntities.
-struct ValueEscapeTable {
-    unsigned char cls[256];
-    constexpr ValueEscapeTable() : cls() {
-        cls[0] = 1;
-        cls[static_cast<unsigned char>('<')] = 2;
-        cls[static_cast<unsigned char>('>')] = 3;
-        cls[static_cast<unsigned char>('"')] = 4;
-        cls[static_cast<unsigned char>('&')] = 5;
-    }
-};
-constexpr ValueEscapeTable kValueEscape;
-
+// What a byte that stops a plain run of a value is written as.
 struct Entity {
     const char* text;
-    int len;
+    uint32_t len;
 };
-const Entity kEntities[6] = {{"", 0},     {"", 0},       {"&lt;", 4},
-                             {"&gt;", 4}, {"&quot;", 6}, {"&amp;", 5}};
-
-// Appends the len bytes at value, escaped, into room the caller reserved
-// for len bytes plus one; an entity makes room for itself and what follows.
-// The stored value always ends with a NUL, which stops the scan.
-bool appendEscapedValue(StringBuffer& out, const char* value, uint32_t len) {
-    const unsigned char* p = reinterpret_cast<const unsigned char*>(value);
-    const unsigned char* const end = p + len;
-    const unsigned char* run = p;
-    for (;;) {
-        unsigned char cls;
-        while ((cls = kValueEscape.cls[*p]) == 0) ++p;
-        if (cls == 1) {
-            if (p == end) break;
-            ++p;  // a NUL inside the value is copied like any byte
-            continue;
-        }
-        out.appendUnchecked(reinterpret_cast<const char*>(run), static_cast<int>(p - run));
-        ++p;
-        const Entity& entity = kEntities[cls];
-        if (!out.reserveMore(entity.len + static_cast<int>(end - p) + 1)) return false;
-        out.appendUnchecked(entity.text, entity.len);
-        run = p;
+inline Entity valueEntity(char c) {
+    switch (c) {
+        case '<':
+            return {"&lt;", 4};
+        case '>':
+            return {"&gt;", 4};
+        case '"':
+            return {"&quot;", 6};
+        default:
+            return {"&amp;", 5};
     }
-    out.appendUnchecked(reinterpret_cast<const char*>(run), static_cast<int>(end - run));
-    return true;
 }
 
 }  // namespace
@@ -237,15 +209,46 @@ bool AttributeSet::getAttribute(int index, StringBuffer& name, StringBuffer& val
 }
 
 void AttributeSet::appendXml(StringBuffer& out) const {
+    if (m_count == 0) return;
+    // Unescaped, a pair takes its name and value plus a blank, '=' and two
+    // quotes; the arena already counts two NULs per pair. All of it is
+    // reserved at once and written in place; an entity makes room for itself
+    // and everything after it.
+    const uint64_t need = static_cast<uint64_t>(m_arenaSize) + 2 * static_cast<uint64_t>(m_count);
+    if (need > kMaxBlock - 8) return;
+    char* w = out.writableTail(static_cast<int>(need));
+    if (!w) return;
+    char* lim = w + (out.getCapacity() - out.getSize());
+    uint64_t later = need;  // unescaped bytes of the pairs after this one
     const Entry* entry = entries();
     for (int i = 0; i < m_count; ++i) {
         const Entry& e = entry[i];
-        // Space, name, =", value and the closing quote; entities ask for more.
-        if (!out.reserveMore(static_cast<int>(e.nameLen + e.valueLen + 4))) return;
-        out.appendCharUnchecked(' ');
-        out.appendUnchecked(namePtr(e), static_cast<int>(e.nameLen));
-        out.appendUnchecked("=\"", 2);
-        if (!appendEscapedValue(out, valuePtr(e), e.valueLen)) return;
-        out.appendCharUnchecked('"');
+        later -= static_cast<uint64_t>(e.nameLen) + e.valueLen + 4;
+        *w++ = ' ';
+        std::memcpy(w, namePtr(e), e.nameLen);
+        w += e.nameLen;
+        *w++ = '=';
+        *w++ = '"';
+        const char* p = valuePtr(e);
+        const char* const end = p + e.valueLen;
+        for (;;) {
+            const char* stop = escapescan::findStop<false>(p, end);
+            std::memcpy(w, p, static_cast<size_t>(stop - p));
+            w += stop - p;
+            if (stop == end) break;
+            const Entity entity = valueEntity(*stop);
+            p = stop + 1;
+            const uint64_t needNow = entity.len + static_cast<uint64_t>(end - p) + 1 + later;
+            if (static_cast<uint64_t>(lim - w) < needNow) {
+                out.commitTail(w);
+                w = out.writableTail(static_cast<int>(needNow));
+                if (!w) return;
+                lim = w + (out.getCapacity() - out.getSize());
+            }
+            std::memcpy(w, entity.text, entity.len);
+            w += entity.len;
+        }
+        *w++ = '"';
     }
+    out.commitTail(w);
 }

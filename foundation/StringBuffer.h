@@ -85,6 +85,15 @@ public:
         m_data[m_size] = c;
         m_data[++m_size] = '\0';
     }
+    // For writers that fill the text in place: makes room for n more bytes
+    // and returns where the text ends (null when memory runs out). Bytes may
+    // be written from there up to getCapacity() - getSize() bytes on; then
+    // commitTail(end) makes the text run up to end and puts the NUL there.
+    char* writableTail(int n) { return reserveMore(n) ? m_data + m_size : nullptr; }
+    void commitTail(const char* end) {
+        m_size = static_cast<uint32_t>(end - m_data);
+        m_data[m_size] = '\0';
+    }
 
     // --- replacing -------------------------------------------------------
     bool setString(const char* s);  // safe when s points into this text

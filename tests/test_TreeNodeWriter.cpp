@@ -119,6 +119,79 @@ TEST(WriterContent, EscapingByRuns) {
     EXPECT_EQ(content(t.root), "a&lt;b");
 }
 
+// Byte-by-byte escaping, up to the first NUL for content; attribute values
+// keep a NUL and the apostrophe.
+std::string escapeSlowly(const std::string& text, bool content) {
+    std::string out;
+    for (char c : text) {
+        if (c == '\0' && content) break;
+        switch (c) {
+            case '<': out += "&lt;"; break;
+            case '>': out += "&gt;"; break;
+            case '"': out += "&quot;"; break;
+            case '&': out += "&amp;"; break;
+            case '\'': out += content ? "&apos;" : "'"; break;
+            default: out += c;
+        }
+    }
+    return out;
+}
+
+// The scans test many bytes a step: a byte to escape (or a NUL) at every
+// place of texts around and across the step widths.
+TEST(WriterContent, EscapingAtEveryPlaceOfShortAndLongTexts) {
+    Tree t("e");
+    t.root->addAttribute("k", "");  // creates the set
+    const char specials[] = {'<', '>', '"', '\'', '&', '\0'};
+    for (size_t len = 1; len <= 49; ++len) {
+        for (size_t at = 0; at < len; ++at) {
+            for (char special : specials) {
+                std::string text(len, 'x');
+                for (size_t i = 0; i < len; ++i) text[i] = static_cast<char>('a' + i % 26);
+                text[at] = special;
+                t.root->setContentN(text.data(), static_cast<int>(len));
+                ASSERT_EQ(content(t.root), escapeSlowly(text, true)) << len << " " << at;
+
+                t.root->removeAllAttributes();
+                t.root->getAttributeSet()->addAttributeN("k", 1, text.data(),
+                                                         static_cast<int>(len));
+                StringBuffer tag;
+                t.root->openTag(tag, 0);
+                ASSERT_EQ(std::string(tag.getString(), static_cast<size_t>(tag.getSize())),
+                          "<e k=\"" + escapeSlowly(text, false) + "\">")
+                    << len << " " << at;
+            }
+        }
+    }
+    std::string dense;
+    for (int i = 0; i < 300; ++i) dense += "<>\"'&ab"[i % 7];
+    t.root->setContentUtf8(dense.c_str());
+    EXPECT_EQ(content(t.root), escapeSlowly(dense, true));
+}
+
+// The pieces go in after text already in the buffer, and grow it from its
+// inline room as they go: long names and values, values that grow by their
+// entities.
+TEST(WriterElements, PiecesAppendAndGrowTheBuffer) {
+    const std::string longTag(300, 't');
+    Tree t(longTag.c_str());
+    const std::string amps(1000, '&');
+    t.root->addAttribute("a", amps.c_str());
+    t.root->addAttribute("b", "2");
+    const std::string attributes = " a=\"" + escapeSlowly(amps, false) + "\" b=\"2\"";
+    StringBuffer out("keep");
+    EXPECT_TRUE(t.root->openTag(out, 60));
+    EXPECT_EQ(std::string(out.getString()), "keep" + kCap + "<" + longTag + attributes + " />\r\n");
+
+    t.root->setContentUtf8("x");
+    StringBuffer pieces("keep");
+    EXPECT_FALSE(t.root->openTag(pieces, 2));
+    EXPECT_TRUE(t.root->outputContent(pieces));
+    t.root->closeTag(pieces, 0);
+    EXPECT_EQ(std::string(pieces.getString()),
+              "keep        <" + longTag + attributes + ">x</" + longTag + ">\r\n");
+}
+
 TEST(WriterContent, CdataStripsMarkersOnlyWhenTerminatorPresent) {
     Tree t("e");
     t.root->setCdata(true);

@@ -6,9 +6,11 @@
 // so the walk keeps its own stack of frames instead; every node still goes
 // through exactly the steps a recursive call would take, in the same order.
 
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 
+#include "foundation/EscapeScan.h"
 #include "xmltree/TreeNode.h"
 
 namespace {
@@ -16,13 +18,8 @@ namespace {
 constexpr int kMaxIndentLevels = 50;
 constexpr int kBlanksPerLevel = 4;
 
-// One run long enough for the deepest indentation, appended in one block.
-const char kBlanks[kMaxIndentLevels * kBlanksPerLevel + 1] =
-    "                                                                                "
-    "                                                                                "
-    "                                        ";
-static_assert(sizeof(kBlanks) == kMaxIndentLevels * kBlanksPerLevel + 1,
-              "indentation run must hold exactly the deepest indentation");
+// Indentation goes out in blocks of 16 blanks.
+const char kBlanks16[17] = "                ";
 
 const char kCrLf[] = "\r\n";
 const char kDeclOpen[] = "<?xml";
@@ -37,68 +34,110 @@ void appendLit(StringBuffer& out, const char (&text)[N]) {
     out.appendN(text, N - 1);
 }
 
-// Byte classes for escaping: 0 copies the byte, 1 is the terminating NUL,
-// any other value indexes kEntities.
-struct EscapeTable {
-    unsigned char cls[256];
-    constexpr EscapeTable() : cls() {
-        cls[0] = 1;
-        cls[static_cast<unsigned char>('<')] = 2;
-        cls[static_cast<unsigned char>('>')] = 3;
-        cls[static_cast<unsigned char>('"')] = 4;
-        cls[static_cast<unsigned char>('\'')] = 5;
-        cls[static_cast<unsigned char>('&')] = 6;
+// Room for the deepest indentation written in whole 16-byte blocks.
+constexpr size_t kIndentRoom = (kMaxIndentLevels * kBlanksPerLevel + 15) / 16 * 16;
+
+// Writes straight into the output buffer's storage: one capacity check per
+// piece of markup, and the size and the NUL are set once when done. Code that
+// appends through the StringBuffer itself gets it with release() and gives
+// it back with reclaim().
+class Sink {
+  public:
+    explicit Sink(StringBuffer& out) : m_out(out) { attach(out.writableTail(0)); }
+    ~Sink() { m_out.commitTail(m_w); }
+    Sink(const Sink&) = delete;
+    Sink& operator=(const Sink&) = delete;
+
+    // Makes sure n more bytes fit; false when memory runs out.
+    bool room(size_t n) { return static_cast<size_t>(m_lim - m_w) >= n || grow(n); }
+    StringBuffer& release() {
+        m_out.commitTail(m_w);
+        return m_out;
     }
+    void reclaim() { attach(m_out.writableTail(0)); }
+    char lastByte() const { return m_w != m_base ? m_w[-1] : '\0'; }
+
+    void put(char c) { *m_w++ = c; }
+    void put(const char* p, size_t n) {
+        std::memcpy(m_w, p, n);
+        m_w += n;
+    }
+    template <size_t N>
+    void putLit(const char (&text)[N]) {
+        std::memcpy(m_w, text, N - 1);
+        m_w += N - 1;
+    }
+    // Needs room for kIndentRoom bytes: the blanks go in whole blocks, and
+    // what lies past the indentation is written over next.
+    void putIndent(int depth) {
+        const int levels = depth < kMaxIndentLevels ? depth : kMaxIndentLevels;
+        if (levels <= 0) return;
+        const int n = levels * kBlanksPerLevel;
+        for (int i = 0; i < n; i += 16) std::memcpy(m_w + i, kBlanks16, 16);
+        m_w += n;
+    }
+
+  private:
+    bool grow(size_t n) {
+        if (n > static_cast<size_t>(INT_MAX)) return false;
+        m_out.commitTail(m_w);
+        char* tail = m_out.writableTail(static_cast<int>(n));
+        attach(tail ? tail : m_out.writableTail(0));
+        return tail != nullptr;
+    }
+    void attach(char* tail) {
+        m_w = tail;
+        m_base = tail - m_out.getSize();
+        m_lim = tail + (m_out.getCapacity() - m_out.getSize());
+    }
+
+    StringBuffer& m_out;
+    char* m_base;  // start of the text
+    char* m_w;     // where the next byte goes
+    char* m_lim;   // end of the room
 };
-constexpr EscapeTable kEscape;
 
 struct Entity {
     const char* text;
-    int len;
+    size_t len;
 };
-const Entity kEntities[7] = {{"", 0},       {"", 0},       {"&lt;", 4}, {"&gt;", 4},
-                             {"&quot;", 6}, {"&apos;", 6}, {"&amp;", 5}};
-
-void appendIndent(StringBuffer& out, int depth) {
-    const int levels = depth < kMaxIndentLevels ? depth : kMaxIndentLevels;
-    if (levels > 0) out.appendN(kBlanks, levels * kBlanksPerLevel);
-}
-
-// First byte at or after p that is not copied as it is.
-inline const unsigned char* skipPlain(const unsigned char* p) {
-    for (;;) {
-        if (kEscape.cls[p[0]]) return p;
-        if (kEscape.cls[p[1]]) return p + 1;
-        if (kEscape.cls[p[2]]) return p + 2;
-        if (kEscape.cls[p[3]]) return p + 3;
-        p += 4;
+inline Entity contentEntity(char c) {
+    switch (c) {
+        case '<':
+            return {"&lt;", 4};
+        case '>':
+            return {"&gt;", 4};
+        case '"':
+            return {"&quot;", 6};
+        case '\'':
+            return {"&apos;", 6};
+        default:
+            return {"&amp;", 5};
     }
 }
 
-// The len bytes at text, escaped, in runs copied whole into room reserved
-// up front; an entity makes room for itself and the rest. The scan stops at
-// the first NUL, as the text is read as a C string.
-void appendEscaped(StringBuffer& out, const char* text, int len) {
-    if (!out.reserveMore(len)) return;
-    const unsigned char* p = reinterpret_cast<const unsigned char*>(text);
-    const unsigned char* const end = p + len;
-    const unsigned char* run = p;
+// The len bytes at text, escaped, up to the first NUL. Plain runs are copied
+// whole into room made for the whole text; an entity makes room for itself
+// and the rest.
+void putEscaped(Sink& sink, const char* text, size_t len) {
+    if (!sink.room(len)) return;
+    const char* p = text;
+    const char* const end = text + len;
     for (;;) {
-        p = skipPlain(p);
-        out.appendUnchecked(reinterpret_cast<const char*>(run), static_cast<int>(p - run));
-        const unsigned char cls = kEscape.cls[*p];
-        if (cls == 1) return;
-        const Entity& entity = kEntities[cls];
-        run = ++p;
-        if (!out.reserveMore(entity.len + static_cast<int>(end - p))) return;
-        out.appendUnchecked(entity.text, entity.len);
+        const char* stop = escapescan::findStop<true>(p, end);
+        sink.put(p, static_cast<size_t>(stop - p));
+        if (stop == end || *stop == '\0') return;
+        const Entity entity = contentEntity(*stop);
+        p = stop + 1;
+        if (!sink.room(entity.len + static_cast<size_t>(end - p))) return;
+        sink.put(entity.text, entity.len);
     }
 }
 
 bool needsCdata(const char* text) {
     for (const unsigned char* p = reinterpret_cast<const unsigned char*>(text); *p; ++p) {
-        const unsigned char cls = kEscape.cls[*p];
-        if (cls >= 2 && cls != 5) return true;  // the apostrophe does not count
+        const unsigned char c = *p;
+        if (c == '"' || c == '&' || c == '<' || c == '>') return true;
     }
     return false;
 }
@@ -106,10 +145,11 @@ bool needsCdata(const char* text) {
 }  // namespace
 
 // The writer's own walk; a friend of TreeNode so that it reads the fields
-// directly on the hot path.
+// directly on the hot path. The piece writers are shared with the public
+// openTag, closeTag and outputContent.
 class TreeWriter {
   public:
-    explicit TreeWriter(StringBuffer& out) : m_out(out) {}
+    explicit TreeWriter(StringBuffer& out) : m_sink(out) {}
     ~TreeWriter() {
         if (m_frames != m_inline) std::free(m_frames);
     }
@@ -118,22 +158,42 @@ class TreeWriter {
 
     void write(TreeNode* top, int index, int depth, bool omitDeclaration);
 
+    // lineBreak puts CR LF before the indentation.
+    static bool putOpenTag(Sink& sink, const TreeNode* node, int depth, bool lineBreak);
+    static void putCloseTag(Sink& sink, const TreeNode* node, int depth);
+    static bool putContent(Sink& sink, const TreeNode* node);
+
   private:
     struct Frame {
         TreeNode* node;
+        void* const* kids;  // the children array's slots; the walk changes no array
+        int count;
         int next;  // index of the next child to write
         int depth;
     };
     static constexpr int kInlineFrames = 64;
 
+    // The element name: the tag text, or "nothing" for a missing or empty tag.
+    static void name(const TreeNode* node, const char*& text, size_t& len) {
+        const StringBuffer* tag = node->tag;
+        if (tag && tag->getSize() > 0) {
+            text = tag->getString();
+            len = static_cast<size_t>(tag->getSize());
+        } else {
+            text = kMissingName;
+            len = sizeof(kMissingName) - 1;
+        }
+    }
+    static void putCdata(Sink& sink, const StringBuffer& text);
+
     bool openNode(TreeNode* node, int index, int depth, bool omitDeclaration);
+    // The prolog goes out through the StringBuffer while the sink is released.
     void writeProlog(TreeNode* root, int index, bool omitDeclaration);
-    void writeDeclaration(TreeNode* root);
-    void closeLeaf(TreeNode* node, int depth);
+    void writeDeclaration(TreeNode* root, StringBuffer& out);
     bool push(TreeNode* node, int depth);
 
-    StringBuffer& m_out;
-    Frame m_inline[kInlineFrames] = {};
+    Sink m_sink;
+    Frame m_inline[kInlineFrames];
     Frame* m_frames = m_inline;
     int m_size = 0;
     int m_cap = kInlineFrames;
@@ -143,21 +203,17 @@ void TreeWriter::write(TreeNode* top, int index, int depth, bool omitDeclaration
     if (!openNode(top, index, depth, omitDeclaration)) return;
     while (m_size > 0) {
         Frame& f = m_frames[m_size - 1];
-        TreeNode* node = f.node;
-        const ExtPtrArray* kids = node->children;
-        if (f.next < kids->getSize()) {
+        if (f.next < f.count) {
             const int i = f.next++;
-            const int childDepth = f.depth + 1;
             // f may move when a frame is pushed; it is not used past here.
-            TreeNode* child = static_cast<TreeNode*>(kids->elementAt(i));
-            if (child) openNode(child, i, childDepth, false);
+            TreeNode* child = static_cast<TreeNode*>(f.kids[i]);
+            if (child) openNode(child, i, f.depth + 1, false);
             continue;
         }
         // A node with a children array closes at its own depth, even when
         // the array is empty.
-        const int closeDepth = f.depth;
         --m_size;
-        node->closeTag(m_out, closeDepth);
+        putCloseTag(m_sink, f.node, f.depth);
     }
 }
 
@@ -166,50 +222,112 @@ void TreeWriter::write(TreeNode* top, int index, int depth, bool omitDeclaration
 bool TreeWriter::openNode(TreeNode* node, int index, int depth, bool omitDeclaration) {
     const TreeInfo* info = node->treeInfo;
     if (!info || info->magic != kTreeMagicAlive) return false;
+    bool lineBreak = false;
     if (info->root == node) {
         writeProlog(node, index, omitDeclaration);
-    } else if (index == 0) {
+    } else {
         // The parent's open tag ended without a line break.
-        appendLit(m_out, kCrLf);
+        lineBreak = index == 0;
     }
-    if (node->openTag(m_out, depth)) return false;
-    node->outputContent(m_out);
+    if (putOpenTag(m_sink, node, depth, lineBreak)) return false;
+    putContent(m_sink, node);
     if (node->children) return push(node, depth);
-    closeLeaf(node, depth);
+    // Content that ended its own line puts the close tag on the next one,
+    // indented; otherwise the close tag follows the content directly.
+    putCloseTag(m_sink, node, m_sink.lastByte() == '\n' ? depth : 0);
     return false;
 }
 
-void TreeWriter::closeLeaf(TreeNode* node, int depth) {
-    // Content that ended its own line puts the close tag on the next one,
-    // indented; otherwise the close tag follows the content directly.
-    node->closeTag(m_out, m_out.lastChar() == '\n' ? depth : 0);
+bool TreeWriter::putOpenTag(Sink& sink, const TreeNode* node, int depth, bool lineBreak) {
+    const char* text;
+    size_t len;
+    name(node, text, len);
+    // Room for all but the attributes: CR LF, indentation, '<', the name and
+    // " />\r\n" at most.
+    if (!sink.room(2 + kIndentRoom + 1 + len + 5)) return true;
+    if (lineBreak) sink.putLit(kCrLf);
+    sink.putIndent(depth);
+    sink.put('<');
+    sink.put(text, len);
+    const AttributeSet* attributes = node->attributes;
+    if (attributes && attributes->numAttributes() > 0) {
+        attributes->appendXml(sink.release());
+        sink.reclaim();
+        if (!sink.room(5)) return true;
+    }
+    if ((node->content && node->content->getSize() > 0) || node->children) {
+        sink.put('>');
+        return false;
+    }
+    sink.putLit(kEmptyTagEnd);
+    return true;
+}
+
+void TreeWriter::putCloseTag(Sink& sink, const TreeNode* node, int depth) {
+    const char* text;
+    size_t len;
+    name(node, text, len);
+    if (!sink.room(kIndentRoom + 2 + len + 3)) return;
+    sink.putIndent(depth);
+    sink.putLit("</");
+    sink.put(text, len);
+    sink.putLit(">\r\n");
+}
+
+bool TreeWriter::putContent(Sink& sink, const TreeNode* node) {
+    const StringBuffer* content = node->content;
+    if (!content || content->getSize() == 0) return false;
+    if (node->cdata) {
+        putCdata(sink, *content);
+    } else {
+        putEscaped(sink, content->getString(), static_cast<size_t>(content->getSize()));
+    }
+    return true;
+}
+
+void TreeWriter::putCdata(Sink& sink, const StringBuffer& text) {
+    StringBuffer& out = sink.release();
+    appendLit(out, kCdataOpen);
+    if (text.containsSubstringNoCase(kCdataClose)) {
+        // One section only: markers inside the text are dropped, not split.
+        StringBuffer copy(text);
+        copy.replaceAllOccurances(kCdataOpen, "");
+        copy.replaceAllOccurances(kCdataClose, "");
+        out.append(copy);
+    } else {
+        out.append(text);
+    }
+    appendLit(out, kCdataClose);
+    sink.reclaim();
 }
 
 void TreeWriter::writeProlog(TreeNode* root, int index, bool omitDeclaration) {
+    StringBuffer& out = m_sink.release();
     TreeInfo* info = root->treeInfo;
     bool nothingWritten = true;
     if (!omitDeclaration && info->xmlDecl) {
-        writeDeclaration(root);
+        writeDeclaration(root, out);
         nothingWritten = false;
     }
     // Style sheets alone still leave room for the empty line below.
-    root->appendStyleInfoToString(m_out);
+    root->appendStyleInfoToString(out);
     if (info->docType && info->docType->getSize() > 0) {
-        m_out.append(*info->docType);
-        appendLit(m_out, kCrLf);
+        out.append(*info->docType);
+        appendLit(out, kCrLf);
         nothingWritten = false;
     }
     if (info->processing && info->processing->getSize() > 0) {
-        m_out.append(*info->processing);
-        appendLit(m_out, kCrLf);
+        out.append(*info->processing);
+        appendLit(out, kCrLf);
     } else if (index == 0 && nothingWritten) {
-        appendLit(m_out, kCrLf);
+        appendLit(out, kCrLf);
     }
+    m_sink.reclaim();
 }
 
-void TreeWriter::writeDeclaration(TreeNode* root) {
+void TreeWriter::writeDeclaration(TreeNode* root, StringBuffer& out) {
     TreeNode* decl = root->treeInfo->xmlDecl;
-    appendLit(m_out, kDeclOpen);
+    appendLit(out, kDeclOpen);
     if (decl->attributes) {
         // "standalone" always goes out last, whatever order it was set in.
         StringBuffer standalone;
@@ -219,9 +337,9 @@ void TreeWriter::writeDeclaration(TreeNode* root) {
             decl->attributes->removeAttribute("standalone");
             decl->addAttribute("standalone", standalone.getString());
         }
-        decl->attributes->appendXml(m_out);
+        decl->attributes->appendXml(out);
     }
-    appendLit(m_out, kPrologLineEnd);
+    appendLit(out, kPrologLineEnd);
 }
 
 bool TreeWriter::push(TreeNode* node, int depth) {
@@ -234,7 +352,8 @@ bool TreeWriter::push(TreeNode* node, int depth) {
         m_frames = static_cast<Frame*>(block);
         m_cap = newCap;
     }
-    m_frames[m_size++] = Frame{node, 0, depth};
+    const ExtPtrArray* kids = node->children;
+    m_frames[m_size++] = Frame{node, kids->getItems(), kids->getSize(), 0, depth};
     return true;
 }
 
@@ -244,51 +363,18 @@ void TreeNode::createXML(StringBuffer& out, int index, int depth, bool omitDecla
 }
 
 bool TreeNode::openTag(StringBuffer& out, int depth) {
-    appendIndent(out, depth);
-    out.appendChar('<');
-    if (tag && tag->getSize() > 0) {
-        out.append(*tag);
-    } else {
-        appendLit(out, kMissingName);
-    }
-    if (attributes && attributes->numAttributes() > 0) attributes->appendXml(out);
-    if ((content && content->getSize() > 0) || children) {
-        out.appendChar('>');
-        return false;
-    }
-    appendLit(out, kEmptyTagEnd);
-    return true;
+    Sink sink(out);
+    return TreeWriter::putOpenTag(sink, this, depth, false);
 }
 
 void TreeNode::closeTag(StringBuffer& out, int depth) {
-    appendIndent(out, depth);
-    out.appendN("</", 2);
-    if (tag && tag->getSize() > 0) {
-        out.append(*tag);
-    } else {
-        appendLit(out, kMissingName);
-    }
-    out.appendN(">\r\n", 3);
+    Sink sink(out);
+    TreeWriter::putCloseTag(sink, this, depth);
 }
 
 bool TreeNode::outputContent(StringBuffer& out) const {
-    if (!content || content->getSize() == 0) return false;
-    if (!cdata) {
-        appendEscaped(out, content->getString(), content->getSize());
-        return true;
-    }
-    appendLit(out, kCdataOpen);
-    if (content->containsSubstringNoCase(kCdataClose)) {
-        // One section only: markers inside the text are dropped, not split.
-        StringBuffer copy(*content);
-        copy.replaceAllOccurances(kCdataOpen, "");
-        copy.replaceAllOccurances(kCdataClose, "");
-        out.append(copy);
-    } else {
-        out.append(*content);
-    }
-    appendLit(out, kCdataClose);
-    return true;
+    Sink sink(out);
+    return TreeWriter::putContent(sink, this);
 }
 
 void TreeNode::checkCdataRequired() {

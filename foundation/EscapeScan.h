@@ -1,0 +1,77 @@
+#ifndef XMLTREE_FOUNDATION_ESCAPESCAN_H
+#define XMLTREE_FOUNDATION_ESCAPESCAN_H
+
+// Scans for the bytes the writer has to replace by entities, so that the runs
+// between them can be copied whole. Content stops at < > " ' & and NUL (the
+// text is read as a C string); attribute values at < > " & only, since their
+// length is known and a NUL inside one is copied like any other byte.
+//
+// On x86-64 the scan tests 16 bytes a step with SSE2, which every such CPU
+// has; elsewhere, and for the last bytes of a short text, it looks each byte
+// up in a table. Both read only the bytes of [p, end).
+
+#include <cstdint>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+namespace escapescan {
+
+struct StopTable {
+    bool stop[256];
+    constexpr explicit StopTable(bool content) : stop() {
+        stop[static_cast<unsigned char>('<')] = true;
+        stop[static_cast<unsigned char>('>')] = true;
+        stop[static_cast<unsigned char>('"')] = true;
+        stop[static_cast<unsigned char>('&')] = true;
+        stop[static_cast<unsigned char>('\'')] = content;
+        stop[0] = content;
+    }
+};
+constexpr StopTable kContentStops(true);
+constexpr StopTable kValueStops(false);
+
+#if defined(__SSE2__)
+// One bit per byte of the 16 at p that stops the run. '"' (0x22) and '&'
+// (0x26) differ only in bit 2, '<' (0x3C) and '>' (0x3E) only in bit 1, so
+// two compares find those four.
+template <bool kContent>
+inline unsigned stopBits(const char* p) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    __m128i hit = _mm_or_si128(
+        _mm_cmpeq_epi8(_mm_or_si128(v, _mm_set1_epi8(0x04)), _mm_set1_epi8(0x26)),
+        _mm_cmpeq_epi8(_mm_or_si128(v, _mm_set1_epi8(0x02)), _mm_set1_epi8(0x3E)));
+    if (kContent) {
+        hit = _mm_or_si128(hit, _mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8('\'')),
+                                             _mm_cmpeq_epi8(v, _mm_setzero_si128())));
+    }
+    return static_cast<unsigned>(_mm_movemask_epi8(hit));
+}
+#endif
+
+// First byte of [p, end) that stops a plain run; end when there is none.
+template <bool kContent>
+inline const char* findStop(const char* p, const char* end) {
+#if defined(__SSE2__)
+    if (end - p >= 16) {
+        do {
+            const unsigned bits = stopBits<kContent>(p);
+            if (bits) return p + __builtin_ctz(bits);
+            p += 16;
+        } while (end - p >= 16);
+        if (p == end) return end;
+        // The last block overlaps bytes already tested; drop their bits.
+        const char* last = end - 16;
+        const unsigned bits = stopBits<kContent>(last) >> (p - last);
+        return bits ? p + __builtin_ctz(bits) : end;
+    }
+#endif
+    const StopTable& table = kContent ? kContentStops : kValueStops;
+    while (p != end && !table.stop[static_cast<unsigned char>(*p)]) ++p;
+    return p;
+}
+
+}  // namespace escapescan
+
+#endif
