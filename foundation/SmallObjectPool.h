@@ -19,9 +19,10 @@
 // Memory after the trees are gone: free blocks stay on the lists and are
 // reused by the next tree. Once a thread's free blocks grow well beyond what
 // it had after the last sweep, and whenever trim() is called, slabs whose
-// every block is free on that thread's lists (or on the shared list) go back
-// to malloc. Slabs are listed in a registry that lives for the whole
-// process, so leak checkers see them as reachable.
+// every block is free on that thread's lists (or on the shared list) are
+// given up: up to 16 MB of them are kept as spares for the next tree, the
+// rest go back to malloc (trim() gives back the spares too). A table of all
+// slabs lives for the whole process, so leak checkers see them as reachable.
 //
 // Sizes above kMaxBlock go to ::operator new. In builds with AddressSanitizer,
 // or with XMLTREE_NO_SMALL_OBJECT_POOL defined, every request goes to

@@ -113,7 +113,7 @@ TEST(SmallObjectPool, ChurnKeepsLiveBlocksIntact) {
 // thread's; when that thread ends they pass to whoever asks next.
 TEST(SmallObjectPool, BlocksMoveBetweenThreads) {
     REQUIRE_POOL();
-    const int kCount = 50000;
+    const int kCount = 15000;  // 720 KB: the freer does not sweep them away
     std::vector<Block> made;
     std::thread maker([&] {
         for (int i = 0; i < kCount; ++i) {
@@ -212,6 +212,71 @@ TEST(SmallObjectPool, FreedMemoryStaysBounded) {
     });
     worker.join();
     EXPECT_LT(SmallObjectPool::slabCount(), 400u);
+}
+
+// Whole free slabs are kept for the next tree up to a bound (16 MB), the
+// rest go back to malloc; trim() gives back the kept ones too.
+TEST(SmallObjectPool, SparesAreBoundedAndReused) {
+    REQUIRE_POOL();
+    std::thread worker([] {
+        SmallObjectPool::trim();
+        const size_t before = SmallObjectPool::slabCount();
+        std::vector<Block> blocks;
+        for (int i = 0; i < 200000; ++i)  // 40 MB
+            blocks.push_back(take(200));
+        EXPECT_GE(SmallObjectPool::slabCount(), before + 600);
+        for (const Block& b : blocks)
+            give(b);
+        const size_t kept = SmallObjectPool::slabCount();
+        EXPECT_LE(kept, before + 256 + 20);
+        for (int i = 0; i < 50000; ++i)  // 10 MB, from the spares
+            blocks[i] = take(200);
+        EXPECT_LE(SmallObjectPool::slabCount(), kept + 1);
+        for (int i = 0; i < 50000; ++i)
+            give(blocks[i]);
+        SmallObjectPool::trim();
+        EXPECT_LE(SmallObjectPool::slabCount(), before + 1);
+    });
+    worker.join();
+}
+
+// Sweeps that find whole slabs among partly used ones, over lists too long
+// for a sweep's notes: the slabs of live blocks stay, their blocks stay
+// intact, and no block of a slab given back stays on the lists.
+TEST(SmallObjectPool, SweepsKeepSlabsOfLiveBlocks) {
+    REQUIRE_POOL();
+    std::thread worker([] {
+        SmallObjectPool::trim();
+        const size_t before = SmallObjectPool::slabCount();
+        std::vector<Block> blocks;
+        for (int i = 0; i < 40000; ++i)
+            blocks.push_back(take(24));
+        for (int i = 0; i < 200000; ++i)
+            blocks.push_back(take(200));
+        // One live 200-byte block in about every fourth slab of them: the
+        // others go, past the spares, back to malloc while these stay.
+        std::vector<Block> live;
+        for (size_t i = 40000; i < blocks.size(); i += 1300) {
+            live.push_back(blocks[i]);
+            fill(live.back());
+            blocks[i].p = nullptr;
+        }
+        for (const Block& b : blocks)
+            if (b.p) give(b);
+        SmallObjectPool::trim();
+        const size_t held = SmallObjectPool::slabCount() - before;
+        EXPECT_GE(held, live.size());
+        EXPECT_LE(held, live.size() + 2);
+        EXPECT_LE(SmallObjectPool::threadFreeBytes(), held * SmallObjectPool::kSlabBytes);
+        for (const Block& b : live) {
+            EXPECT_TRUE(intact(b));
+            give(b);
+        }
+        SmallObjectPool::trim();
+        EXPECT_LE(SmallObjectPool::slabCount(), before + 1);
+        EXPECT_LE(SmallObjectPool::threadFreeBytes(), SmallObjectPool::kSlabBytes);
+    });
+    worker.join();
 }
 
 TEST(SmallObjectPool, RunningOutOfSlabs) {
