@@ -252,3 +252,12 @@ void AttributeSet::appendXml(StringBuffer& out) const {
     }
     out.commitTail(w);
 }
+
+bool AttributeSet::reserveExact(int count, std::size_t textBytes) {
+    if (count <= 0) return true;
+    const uint64_t needed = static_cast<uint64_t>(usedBytes()) +
+                            static_cast<uint64_t>(count) * (sizeof(Entry) + 2) + textBytes;
+    if (needed <= m_blockCap) return true;
+    if (needed > kMaxBlock) return false;
+    return moveToBlock(static_cast<uint32_t>(needed));
+}

@@ -65,6 +65,11 @@ public:
     const char* findValue(const char* name) const;  // value of the first such attribute
     int indexOf(const char* name) const;            // -1 when absent or name is null
 
+    // Makes room for `count` more pairs holding `textBytes` bytes of names and
+    // values (terminators not counted), exactly, so that adding them moves
+    // nothing. False, with the set unchanged, when memory runs out.
+    bool reserveExact(int count, std::size_t textBytes);
+
 private:
     struct Entry {
         uint32_t nameOff;  // distance from the block's end back to the name; value follows its NUL

@@ -7,6 +7,7 @@
 #include <new>
 
 #include "foundation/ExtPtrArray.h"
+#include "foundation/SmallObjectPool.h"
 #include "foundation/StringFunctions.h"
 
 namespace {
@@ -53,17 +54,48 @@ const char* findBytesNoCase(const char* hay, size_t hn, const char* needle, size
     return nullptr;
 }
 
-// Bytes that may stand in an XML name (ASCII part only; 0x80+ always stay).
-constexpr bool keepInName(unsigned char c) {
-    return c >= 0x80 || static_cast<unsigned>((c | 0x20) - 'a') < 26u ||
-           static_cast<unsigned>(c - '0') < 10u || c == '_' || c == '-' || c == '.' || c == ':';
+// Text blocks below the pool's largest size come from the small-object pool:
+// a parse makes one for every text that outgrows the inline room, and
+// malloc's bookkeeping for so many small blocks cost more than the copying.
+// Larger blocks come from malloc, so that big texts grow in place with
+// realloc. A block's capacity tells where it came from.
+inline bool pooledCapacity(uint32_t cap) {
+    return cap < SmallObjectPool::kMaxBlock;
+}
+
+char* newBlock(uint32_t cap) {
+    const size_t bytes = static_cast<size_t>(cap) + 1;
+    return static_cast<char*>(pooledCapacity(cap) ? SmallObjectPool::allocate(bytes)
+                                                  : std::malloc(bytes));
+}
+
+void freeBlock(char* p, uint32_t cap) {
+    if (pooledCapacity(cap)) {
+        SmallObjectPool::deallocate(p, static_cast<size_t>(cap) + 1);
+    } else {
+        std::free(p);
+    }
+}
+
+// Moves the first `keep` bytes of block p into a block of newCap; null, with
+// p untouched, when memory runs out.
+char* resizeBlock(char* p, uint32_t cap, uint32_t newCap, uint32_t keep) {
+    if (!pooledCapacity(cap) && !pooledCapacity(newCap)) {
+        return static_cast<char*>(std::realloc(p, static_cast<size_t>(newCap) + 1));
+    }
+    char* block = newBlock(newCap);
+    if (!block) return nullptr;
+    std::memcpy(block, p, keep);
+    freeBlock(p, cap);
+    return block;
 }
 
 // Nearly every name is already clean, so the check is one table look-up per byte.
 struct NameByteTable {
     bool keep[256];
     constexpr NameByteTable() : keep() {
-        for (int c = 0; c < 256; ++c) keep[c] = keepInName(static_cast<unsigned char>(c));
+        for (int c = 0; c < 256; ++c)
+            keep[c] = StringBuffer::isXmlNameByte(static_cast<unsigned char>(c));
     }
 };
 constexpr NameByteTable kNameBytes;
@@ -89,7 +121,7 @@ StringBuffer::StringBuffer(const char* s, int n, int extraHint) : StringBuffer()
     // text: spare room would stay unused in every content of a large tree.
     if (static_cast<uint32_t>(n) > m_cap) {
         if (static_cast<uint32_t>(n) > kMaxSize) return;
-        char* block = static_cast<char*>(std::malloc(static_cast<size_t>(n) + 1));
+        char* block = newBlock(static_cast<uint32_t>(n));
         if (!block) return;
         m_data = block;
         m_cap = static_cast<uint32_t>(n);
@@ -122,7 +154,7 @@ StringBuffer::~StringBuffer() {
 }
 
 void StringBuffer::releaseHeap() {
-    if (onHeap()) std::free(m_data);
+    if (onHeap()) freeBlock(m_data, m_cap);
     m_data = m_inline;
     m_cap = kInlineCapacity;
     m_size = 0;
@@ -155,10 +187,10 @@ bool StringBuffer::growTo(uint32_t neededCap) {
     if (newCap < 32) newCap = 32;
     char* block;
     if (onHeap()) {
-        block = static_cast<char*>(std::realloc(m_data, static_cast<size_t>(newCap) + 1));
+        block = resizeBlock(m_data, m_cap, newCap, m_size + 1);
         if (!block) return false;
     } else {
-        block = static_cast<char*>(std::malloc(static_cast<size_t>(newCap) + 1));
+        block = newBlock(newCap);
         if (!block) return false;
         std::memcpy(block, m_inline, static_cast<size_t>(m_size) + 1);
     }
@@ -198,11 +230,11 @@ void StringBuffer::minimizeMemoryUsage() {
     if (!onHeap()) return;
     if (m_size <= static_cast<uint32_t>(kInlineCapacity)) {
         std::memcpy(m_inline, m_data, static_cast<size_t>(m_size) + 1);
-        std::free(m_data);
+        freeBlock(m_data, m_cap);
         m_data = m_inline;
         m_cap = kInlineCapacity;
     } else if (m_cap > m_size) {
-        char* block = static_cast<char*>(std::realloc(m_data, static_cast<size_t>(m_size) + 1));
+        char* block = resizeBlock(m_data, m_cap, m_size, m_size + 1);
         if (block) {
             m_data = block;
             m_cap = m_size;
@@ -272,9 +304,9 @@ bool StringBuffer::setString(const char* s) {
     if (len > m_cap) {
         // Fresh block: nothing of the old text needs to be carried over.
         uint32_t newCap = static_cast<uint32_t>(len);
-        char* block = static_cast<char*>(std::malloc(static_cast<size_t>(newCap) + 1));
+        char* block = newBlock(newCap);
         if (!block) return false;
-        if (onHeap()) std::free(m_data);
+        if (onHeap()) freeBlock(m_data, m_cap);
         m_data = block;
         m_cap = newCap;
     }
@@ -287,9 +319,9 @@ bool StringBuffer::setString(const char* s) {
 bool StringBuffer::setString(const StringBuffer& other) {
     if (&other == this) return true;
     if (other.m_size > m_cap) {
-        char* block = static_cast<char*>(std::malloc(static_cast<size_t>(other.m_size) + 1));
+        char* block = newBlock(other.m_size);
         if (!block) return false;
-        if (onHeap()) std::free(m_data);
+        if (onHeap()) freeBlock(m_data, m_cap);
         m_data = block;
         m_cap = other.m_size;
     }
@@ -414,7 +446,7 @@ int StringBuffer::replaceAllOccurances(const char* from, const char* to) {
     }
     if (!ok || !result.appendN(r, static_cast<int>(end - r))) return 0;
     if (result.onHeap()) {
-        if (onHeap()) std::free(m_data);
+        if (onHeap()) freeBlock(m_data, m_cap);
         m_data = result.m_data;
         m_cap = result.m_cap;
         m_size = result.m_size;

@@ -141,6 +141,13 @@ public:
     // Length of the leading run of p[0, n) that removeInvalidXmlTagChars keeps
     // as it is: n when the name needs no cleaning.
     static int cleanXmlTagPrefix(const char* p, int n);
+    // The bytes a cleaned name keeps: ASCII letters and digits, '_', '-', '.',
+    // ':', and every byte from 0x80 up.
+    static constexpr bool isXmlNameByte(unsigned char c) {
+        return c >= 0x80 || static_cast<unsigned>((c | 0x20) - 'a') < 26u ||
+               static_cast<unsigned>(c - '0') < 10u || c == '_' || c == '-' || c == '.' ||
+               c == ':';
+    }
 
     // --- capacity ----------------------------------------------------------
     bool reserve(int totalBytes);  // room for totalBytes of text in all

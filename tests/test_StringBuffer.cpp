@@ -35,6 +35,36 @@ TEST(StringBuffer, InlineToHeapBoundary) {
     }
 }
 
+// Small heap texts and large ones live in different allocators; every way a
+// text moves between sizes must take its block back to the right one (a
+// mismatch aborts in the free, outside sanitizer builds).
+TEST(StringBuffer, TextsMoveBetweenSmallAndLargeBlocks) {
+    std::string big(5000, 'b'), mid(200, 'm'), edge(255, 'e');
+    StringBuffer sb;
+    std::string expect;
+    for (int step = 0; step < 600; ++step) {  // across 255/256 bytes of capacity
+        ASSERT_TRUE(sb.appendN("0123456789", 10));
+        expect += "0123456789";
+    }
+    EXPECT_EQ(text(sb), expect);
+    sb.shorten(static_cast<int>(expect.size()) - 100);
+    sb.minimizeMemoryUsage();  // large block to a small one
+    EXPECT_EQ(text(sb), expect.substr(0, 100));
+    for (const std::string* s : {&big, &mid, &edge, &big}) {
+        ASSERT_TRUE(sb.setString(s->c_str()));
+        EXPECT_EQ(text(sb), *s);
+        StringBuffer copy(s->c_str(), static_cast<int>(s->size()), 0);
+        ASSERT_TRUE(sb.setString(copy));
+        EXPECT_EQ(text(sb), *s);
+    }
+    StringBuffer grow(mid.c_str());
+    EXPECT_EQ(grow.replaceAllOccurances("m", "mmmm"), 200);  // small block to large
+    EXPECT_EQ(text(grow), std::string(800, 'm'));
+    grow.shorten(790);
+    grow.minimizeMemoryUsage();  // back inline
+    EXPECT_EQ(text(grow), std::string(10, 'm'));
+}
+
 TEST(StringBuffer, AppendNCopiesEmbeddedNulAndSelf) {
     StringBuffer sb;
     sb.appendN("a\0<b", 4);

@@ -135,6 +135,30 @@ TEST(ParserMarkup, RecoveryRulesAndEdges) {
     }
 }
 
+// Many attributes in one tag, with references, names that need cleaning and
+// one that gets a prefix mixed in: all kept, in order, decoded.
+TEST(ParserMarkup, ManyAttributesKeepOrderAndValues) {
+    std::string in = "<a", want;
+    for (int i = 0; i < 100; ++i) {
+        std::string n = "n" + std::to_string(i), v = std::to_string(i);
+        if (i % 7 == 3) {
+            in += " " + n + "='x&amp;" + v + "&lt;'";
+            want += n + "=x&" + v + "<;";
+        } else if (i % 31 == 5) {
+            in += " 9" + n + "=\"" + v + "&gt;\"";
+            want += "A9" + n + "=" + v + ">;";
+        } else if (i % 13 == 1) {
+            in += " <" + n + "='" + v + "'";
+            want += n + "=" + v + ";";
+        } else {
+            in += " " + n + "=\"" + v + "\"";
+            want += n + "=" + v + ";";
+        }
+    }
+    Parsed p(in + "/>", true);
+    EXPECT_EQ(p.tree(), "a(" + want + ")");
+}
+
 TEST(ParserMarkup, NulByteEndsTheText) {
     TreeNode* root = nullptr;
     const char text[] = "<a>x\0<b/></a>";

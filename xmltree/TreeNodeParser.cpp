@@ -7,7 +7,6 @@
 
 #include <strings.h>
 
-#include <climits>
 #include <cstring>
 #include <new>
 
@@ -42,41 +41,75 @@ inline bool isQuote(char c) {
     return c == '"' || c == '\'';
 }
 
-// Bytes that end a tag name (NUL, whitespace, '/', '>') and an attribute name
-// (the same and '=').
-struct NameEnds {
-    bool tag[256];
-    bool attr[256];
-    constexpr NameEnds() : tag(), attr() {
+// Name scanning: each byte is a name byte, one that ends the name, or one
+// that cleaning would remove. Tag names end at NUL, whitespace, '/' and '>';
+// attribute names at those and '='.
+enum : unsigned char { kNameByte, kNameEnd, kNameDirt };
+struct NameClasses {
+    unsigned char tag[256];
+    unsigned char attr[256];
+    constexpr NameClasses() : tag(), attr() {
+        for (int c = 0; c < 256; ++c) {
+            const bool keep = StringBuffer::isXmlNameByte(static_cast<unsigned char>(c));
+            tag[c] = attr[c] = keep ? kNameByte : kNameDirt;
+        }
         const char ends[] = "\0 \t\r\n/>";
         for (char ch : ends)
-            tag[static_cast<unsigned char>(ch)] = attr[static_cast<unsigned char>(ch)] = true;
-        attr[static_cast<unsigned char>('=')] = true;
+            tag[static_cast<unsigned char>(ch)] = attr[static_cast<unsigned char>(ch)] = kNameEnd;
+        attr[static_cast<unsigned char>('=')] = kNameEnd;
     }
 };
-constexpr NameEnds kNameEnds;
+constexpr NameClasses kNames;
 
-inline const char* scanTo(const char* p, const bool (&stop)[256]) {
-    while (!stop[static_cast<unsigned char>(*p)])
+inline const char* scanToNameEnd(const char* p, const unsigned char (&cls)[256]) {
+    while (cls[static_cast<unsigned char>(*p)] != kNameEnd)
         ++p;
     return p;
 }
 
-// Length of the clean name at p, or -1 when the name up to the stop class
-// holds a byte that cleaning would remove. NUL ends every name and is no name
-// byte, so the prefix scan stops in the text.
-inline int cleanNameLength(const char* p, const bool (&stop)[256]) {
-    const int n = StringBuffer::cleanXmlTagPrefix(p, INT_MAX);
-    return stop[static_cast<unsigned char>(p[n])] ? n : -1;
+// Length of the name at p when it needs no cleaning, else -1.
+inline int cleanNameLength(const char* p, const unsigned char (&cls)[256]) {
+    const char* q = p;
+    while (cls[static_cast<unsigned char>(*q)] == kNameByte)
+        ++q;
+    return cls[static_cast<unsigned char>(*q)] == kNameEnd ? static_cast<int>(q - p) : -1;
 }
 
-inline const char* findQuoteOrEnd(const char* p, char q) {
-#if defined(__GLIBC__)
-    return strchrnul(p, q);
-#else
-    const char* hit = std::strchr(p, q);
-    return hit ? hit : p + std::strlen(p);
-#endif
+// Bytes that stop the scan of a quoted value: its quote, NUL, and '&' (which
+// is noted, as only values holding one need decoding).
+struct ValueStops {
+    bool dq[256];
+    bool sq[256];
+    constexpr ValueStops() : dq(), sq() {
+        dq[0] = sq[0] = true;
+        dq[static_cast<unsigned char>('&')] = sq[static_cast<unsigned char>('&')] = true;
+        dq[static_cast<unsigned char>('"')] = true;
+        sq[static_cast<unsigned char>('\'')] = true;
+    }
+};
+constexpr ValueStops kValueStops;
+
+inline const char* scanQuoted(const char* p, const bool (&stop)[256], bool& amp) {
+    for (;;) {
+        while (!stop[static_cast<unsigned char>(p[0])]) {
+            if (stop[static_cast<unsigned char>(p[1])]) {
+                ++p;
+                break;
+            }
+            if (stop[static_cast<unsigned char>(p[2])]) {
+                p += 2;
+                break;
+            }
+            if (stop[static_cast<unsigned char>(p[3])]) {
+                p += 3;
+                break;
+            }
+            p += 4;
+        }
+        if (*p != '&') return p;
+        amp = true;
+        ++p;
+    }
 }
 
 inline const char* scanToEither(const char* p, char a, char b) {
@@ -157,8 +190,16 @@ class TreeParser {
     Step closingTag();
     TreeNode* newChild(const char* name, int len);
     TreeNode* newElement(const char* name, int len);
+    struct PendingAttr {
+        const char* name;
+        int nameLen;
+        const char* value;
+        int valueLen;
+        int decodedAt;  // offset of the value in `decoded`, or -1 (it is in the text)
+    };
     void attribute(TreeNode* node);
-    const char* attributeValue(int& len);
+    void scanValue(PendingAttr& a);
+    void flushAttributes(TreeNode* node);
     Step cdataSection();
     Step bangDeclaration();
     Step processingInstruction();
@@ -186,6 +227,10 @@ class TreeParser {
     StringBuffer tagBuf;
     StringBuffer nameBuf;
     StringBuffer valueBuf;
+    StringBuffer decoded;
+    static constexpr int kMaxPending = 32;
+    PendingAttr pending[kMaxPending];
+    int numPending = 0;
 };
 
 void TreeParser::decodeEntities(StringBuffer& sb, int from) {
@@ -349,8 +394,8 @@ TreeParser::Step TreeParser::dispatch() {
 TreeParser::Step TreeParser::openingTag() {
     int& c = e.cursor;
     const char* name = t + c;
-    const int cleanLen = cleanNameLength(name, kNameEnds.tag);
-    const char* end = cleanLen >= 0 ? name + cleanLen : scanTo(name, kNameEnds.tag);
+    const int cleanLen = cleanNameLength(name, kNames.tag);
+    const char* end = cleanLen >= 0 ? name + cleanLen : scanToNameEnd(name, kNames.tag);
     c = static_cast<int>(end - t);
     if (*end == '\0') return kStop;  // a tag cut off by the end makes no element
     bool selfClosing = false;
@@ -364,6 +409,7 @@ TreeParser::Step TreeParser::openingTag() {
     if (!node) return kStop;
     cur = node;
     skipWs(t, c);
+    decoded.clear();
     while (t[c] != '\0' && t[c] != '>') {
         attribute(node);
         skipWs(t, c);
@@ -373,6 +419,7 @@ TreeParser::Step TreeParser::openingTag() {
             selfClosing = true;
         }
     }
+    flushAttributes(node);
     if (t[c] == '>') ++c;
     if (selfClosing) closeCurrent();
     return kLoop;
@@ -405,12 +452,14 @@ TreeNode* TreeParser::newElement(const char* name, int len) {
                : TreeNode::createRoot(tagBuf.getString());
 }
 
-// One name, optionally "=" and a value, at the cursor. Clean names and values
-// without references are stored straight from the text.
+// One name, optionally "=" and a value, at the cursor. A clean name and its
+// value wait in `pending` until the tag ends, so that the node's attribute
+// storage is sized once, exactly; a name that needs cleaning goes through
+// addAttribute, after those before it.
 void TreeParser::attribute(TreeNode* node) {
     int& c = e.cursor;
     const char* name = t + c;
-    int nameLen = cleanNameLength(name, kNameEnds.attr);
+    int nameLen = cleanNameLength(name, kNames.attr);
     const bool clean = nameLen >= 0;
     if (clean) {
         c += nameLen;
@@ -425,66 +474,73 @@ void TreeParser::attribute(TreeNode* node) {
         nameLen = nameBuf.getSize();
     }
     skipWs(t, c);
-    const char* value = "";
-    int valueLen = 0;
+    PendingAttr a{name, nameLen, "", 0, -1};
     if (t[c] == '=') {
         ++c;
         skipWs(t, c);
-        value = attributeValue(valueLen);
+        scanValue(a);
     }
     if (nameLen == 0) return;
     if (clean && !isBadNameStart(name[0])) {
-        if (!node->attributes) node->attributes = new (std::nothrow) AttributeSet();
-        if (node->attributes) node->attributes->addAttributeN(name, nameLen, value, valueLen);
+        if (numPending == kMaxPending) flushAttributes(node);
+        pending[numPending++] = a;
         return;
     }
+    flushAttributes(node);
     if (clean) {
         nameBuf.clear();
         nameBuf.appendN(name, nameLen);
     }
-    if (value != valueBuf.getString()) {
-        valueBuf.clear();
-        valueBuf.appendN(value, valueLen);
+    valueBuf.clear();
+    if (a.decodedAt >= 0) {
+        valueBuf.appendN(decoded.getString() + a.decodedAt, a.valueLen);
+    } else {
+        valueBuf.appendN(a.value, a.valueLen);
     }
     node->addAttribute(nameBuf.getString(), valueBuf.getString());
 }
 
 // The value at the cursor: quoted, up to the same quote; unquoted, up to the
-// next quote of either kind. Points into the text unless it held a reference
-// to decode, in which case it is the decoded copy in valueBuf.
-const char* TreeParser::attributeValue(int& len) {
+// next quote of either kind. A value holding '&' is decoded into `decoded`.
+void TreeParser::scanValue(PendingAttr& a) {
     int& c = e.cursor;
-    char q1 = t[c], q2 = t[c];
-    if (isQuote(q1)) {
-        ++c;
-    } else {
-        q1 = '"';
-        q2 = '\'';
-    }
-    const char* value = t + c;
-    const char* end = value;
+    const char q = t[c];
+    const char* value = t + c + (isQuote(q) ? 1 : 0);
+    const char* end;
     bool amp = false;
-    // Short values (nearly all) end within a few bytes; a long one is left to
-    // the library's vector scans.
-    for (int i = 0; i < 16; ++i, ++end) {
-        const char ch = *end;
-        if (ch == q1 || ch == q2 || ch == '\0') break;
-        amp |= ch == '&';
+    if (isQuote(q)) {
+        end = scanQuoted(value, q == '"' ? kValueStops.dq : kValueStops.sq, amp);
+    } else {
+        end = scanToEither(value, '"', '\'');
+        amp = std::memchr(value, '&', static_cast<size_t>(end - value)) != nullptr;
     }
-    const char ch = *end;
-    if (ch != q1 && ch != q2 && ch != '\0') {
-        end = q1 == q2 ? findQuoteOrEnd(end, q1) : scanToEither(end, q1, q2);
-        amp = amp || std::memchr(value, '&', static_cast<size_t>(end - value)) != nullptr;
-    }
-    len = static_cast<int>(end - value);
     c = static_cast<int>(end - t);
     if (isQuote(t[c])) ++c;
-    if (!amp) return value;
-    valueBuf.clear();
-    valueBuf.appendN(value, len);
-    decodeEntities(valueBuf, 0);
-    len = valueBuf.getSize();
-    return valueBuf.getString();
+    a.value = value;
+    a.valueLen = static_cast<int>(end - value);
+    if (!amp) return;
+    const int from = decoded.getSize();
+    decoded.appendN(value, a.valueLen);
+    decodeEntities(decoded, from);
+    a.decodedAt = from;
+    a.valueLen = decoded.getSize() - from;
+}
+
+void TreeParser::flushAttributes(TreeNode* node) {
+    if (numPending == 0) return;
+    size_t bytes = 0;
+    for (int i = 0; i < numPending; ++i)
+        bytes += static_cast<size_t>(pending[i].nameLen) + static_cast<size_t>(pending[i].valueLen);
+    if (!node->attributes) node->attributes = new (std::nothrow) AttributeSet();
+    if (node->attributes) {
+        node->attributes->reserveExact(numPending, bytes);
+        for (int i = 0; i < numPending; ++i) {
+            const PendingAttr& a = pending[i];
+            const char* value = a.decodedAt >= 0 ? decoded.getString() + a.decodedAt : a.value;
+            node->attributes->addAttributeN(a.name, a.nameLen, value, a.valueLen);
+        }
+    }
+    numPending = 0;
 }
 
 void TreeParser::closeCurrent() {

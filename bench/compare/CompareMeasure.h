@@ -94,9 +94,13 @@ inline void addBufferBytes(const StringBuffer* sb, size_t& count, size_t& bytes,
     if (!sb) return;
     ++count;
     bytes += objectBytes(sb);
-    if (sb->getCapacity() > StringBuffer::kInlineCapacity) {
+    const size_t cap = static_cast<size_t>(sb->getCapacity());
+    if (cap > static_cast<size_t>(StringBuffer::kInlineCapacity)) {
+        // Texts that fit the pool's largest block live in the pool.
         ++heapTexts;
-        bytes += chunkBytes(sb->getString());
+        bytes += SmallObjectPool::enabled() && cap < SmallObjectPool::kMaxBlock
+                     ? SmallObjectPool::blockBytes(cap + 1)
+                     : chunkBytes(sb->getString());
     }
 }
 
