@@ -36,7 +36,7 @@ constexpr std::size_t kMinSweepBytes = 1024 * 1024;
 // a fraction of this).
 constexpr std::size_t kScratchBlocks = 32 * 1024;
 // Whole free slabs kept for the next tree rather than given back to malloc:
-// malloc would hand the pages back to the system, and faulting them in again
+// malloc may hand the pages back to the system, and faulting them in again
 // costs more than the parse writing them.
 constexpr std::size_t kMaxSpareSlabs = 256;
 constexpr int kRefillBatch = 128;
