@@ -225,7 +225,7 @@ void AttributeSet::appendXml(StringBuffer& out) const {
         const Entry& e = entry[i];
         later -= static_cast<uint64_t>(e.nameLen) + e.valueLen + 4;
         *w++ = ' ';
-        std::memcpy(w, namePtr(e), e.nameLen);
+        escapescan::copyRun(w, namePtr(e), e.nameLen);
         w += e.nameLen;
         *w++ = '=';
         *w++ = '"';
@@ -233,7 +233,7 @@ void AttributeSet::appendXml(StringBuffer& out) const {
         const char* const end = p + e.valueLen;
         for (;;) {
             const char* stop = escapescan::findStop<false>(p, end);
-            std::memcpy(w, p, static_cast<size_t>(stop - p));
+            escapescan::copyRun(w, p, static_cast<size_t>(stop - p));
             w += stop - p;
             if (stop == end) break;
             const Entity entity = valueEntity(*stop);
@@ -245,7 +245,7 @@ void AttributeSet::appendXml(StringBuffer& out) const {
                 if (!w) return;
                 lim = w + (out.getCapacity() - out.getSize());
             }
-            std::memcpy(w, entity.text, entity.len);
+            escapescan::copyRun(w, entity.text, entity.len);
             w += entity.len;
         }
         *w++ = '"';

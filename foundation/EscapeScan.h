@@ -10,7 +10,9 @@
 // has; elsewhere, and for the last bytes of a short text, it looks each byte
 // up in a table. Both read only the bytes of [p, end).
 
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -39,9 +41,9 @@ constexpr StopTable kValueStops(false);
 template <bool kContent>
 inline unsigned stopBits(const char* p) {
     const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    __m128i hit = _mm_or_si128(
-        _mm_cmpeq_epi8(_mm_or_si128(v, _mm_set1_epi8(0x04)), _mm_set1_epi8(0x26)),
-        _mm_cmpeq_epi8(_mm_or_si128(v, _mm_set1_epi8(0x02)), _mm_set1_epi8(0x3E)));
+    __m128i hit =
+        _mm_or_si128(_mm_cmpeq_epi8(_mm_or_si128(v, _mm_set1_epi8(0x04)), _mm_set1_epi8(0x26)),
+                     _mm_cmpeq_epi8(_mm_or_si128(v, _mm_set1_epi8(0x02)), _mm_set1_epi8(0x3E)));
     if (kContent) {
         hit = _mm_or_si128(hit, _mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8('\'')),
                                              _mm_cmpeq_epi8(v, _mm_setzero_si128())));
@@ -68,8 +70,43 @@ inline const char* findStop(const char* p, const char* end) {
     }
 #endif
     const StopTable& table = kContent ? kContentStops : kValueStops;
-    while (p != end && !table.stop[static_cast<unsigned char>(*p)]) ++p;
+    while (p != end && !table.stop[static_cast<unsigned char>(*p)])
+        ++p;
     return p;
+}
+
+// Copies n bytes from src to dst (no overlap). Names and most runs are short,
+// and a call into the C library's memcpy costs more than the copy itself:
+// up to 32 bytes go as two overlapping fixed-size moves, which read and
+// write exactly [src, src + n) and [dst, dst + n).
+inline void copyRun(char* dst, const char* src, size_t n) {
+    if (n <= 16) {
+        if (n >= 8) {
+            uint64_t head, tail;
+            std::memcpy(&head, src, 8);
+            std::memcpy(&tail, src + n - 8, 8);
+            std::memcpy(dst, &head, 8);
+            std::memcpy(dst + n - 8, &tail, 8);
+        } else if (n >= 4) {
+            uint32_t head, tail;
+            std::memcpy(&head, src, 4);
+            std::memcpy(&tail, src + n - 4, 4);
+            std::memcpy(dst, &head, 4);
+            std::memcpy(dst + n - 4, &tail, 4);
+        } else if (n > 0) {
+            dst[0] = src[0];
+            dst[n / 2] = src[n / 2];
+            dst[n - 1] = src[n - 1];
+        }
+    } else if (n <= 32) {
+        char head[16], tail[16];
+        std::memcpy(head, src, 16);
+        std::memcpy(tail, src + n - 16, 16);
+        std::memcpy(dst, head, 16);
+        std::memcpy(dst + n - 16, tail, 16);
+    } else {
+        std::memcpy(dst, src, n);
+    }
 }
 
 }  // namespace escapescan

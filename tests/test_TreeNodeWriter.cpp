@@ -126,12 +126,23 @@ std::string escapeSlowly(const std::string& text, bool content) {
     for (char c : text) {
         if (c == '\0' && content) break;
         switch (c) {
-            case '<': out += "&lt;"; break;
-            case '>': out += "&gt;"; break;
-            case '"': out += "&quot;"; break;
-            case '&': out += "&amp;"; break;
-            case '\'': out += content ? "&apos;" : "'"; break;
-            default: out += c;
+            case '<':
+                out += "&lt;";
+                break;
+            case '>':
+                out += "&gt;";
+                break;
+            case '"':
+                out += "&quot;";
+                break;
+            case '&':
+                out += "&amp;";
+                break;
+            case '\'':
+                out += content ? "&apos;" : "'";
+                break;
+            default:
+                out += c;
         }
     }
     return out;
@@ -147,7 +158,8 @@ TEST(WriterContent, EscapingAtEveryPlaceOfShortAndLongTexts) {
         for (size_t at = 0; at < len; ++at) {
             for (char special : specials) {
                 std::string text(len, 'x');
-                for (size_t i = 0; i < len; ++i) text[i] = static_cast<char>('a' + i % 26);
+                for (size_t i = 0; i < len; ++i)
+                    text[i] = static_cast<char>('a' + i % 26);
                 text[at] = special;
                 t.root->setContentN(text.data(), static_cast<int>(len));
                 ASSERT_EQ(content(t.root), escapeSlowly(text, true)) << len << " " << at;
@@ -164,7 +176,8 @@ TEST(WriterContent, EscapingAtEveryPlaceOfShortAndLongTexts) {
         }
     }
     std::string dense;
-    for (int i = 0; i < 300; ++i) dense += "<>\"'&ab"[i % 7];
+    for (int i = 0; i < 300; ++i)
+        dense += "<>\"'&ab"[i % 7];
     t.root->setContentUtf8(dense.c_str());
     EXPECT_EQ(content(t.root), escapeSlowly(dense, true));
 }

@@ -59,7 +59,7 @@ class Sink {
 
     void put(char c) { *m_w++ = c; }
     void put(const char* p, size_t n) {
-        std::memcpy(m_w, p, n);
+        escapescan::copyRun(m_w, p, n);
         m_w += n;
     }
     template <size_t N>
@@ -73,7 +73,8 @@ class Sink {
         const int levels = depth < kMaxIndentLevels ? depth : kMaxIndentLevels;
         if (levels <= 0) return;
         const int n = levels * kBlanksPerLevel;
-        for (int i = 0; i < n; i += 16) std::memcpy(m_w + i, kBlanks16, 16);
+        for (int i = 0; i < n; i += 16)
+            std::memcpy(m_w + i, kBlanks16, 16);
         m_w += n;
     }
 
