@@ -7,19 +7,52 @@
 
 #include "foundation/StringBuffer.h"
 
+namespace {
+
+// Most children arrays hold a few slots: those come from the pool, which a
+// tree's parse and release use anyway. Past kMaxBlock bytes the slots move to
+// malloc, where realloc may grow them in place.
+constexpr int kPooledSlots = static_cast<int>(SmallObjectPool::kMaxBlock / sizeof(void*));
+
+void releaseSlots(void** items, int cap) {
+    if (cap <= kPooledSlots) {
+        SmallObjectPool::deallocate(items, static_cast<size_t>(cap) * sizeof(void*));
+    } else {
+        std::free(items);
+    }
+}
+
+// Slots for `capacity` holding the first `size` of `items`, whose pooled
+// storage of `cap` slots goes back; null (and `items` untouched) when memory
+// runs out.
+void** moveSlots(void** items, int size, int cap, int capacity) {
+    const size_t bytes = static_cast<size_t>(capacity) * sizeof(void*);
+    void* block = capacity <= kPooledSlots ? SmallObjectPool::allocate(bytes) : std::malloc(bytes);
+    if (!block) return nullptr;
+    if (size) std::memcpy(block, items, static_cast<size_t>(size) * sizeof(void*));
+    releaseSlots(items, cap);
+    return static_cast<void**>(block);
+}
+
+}  // namespace
+
 ExtPtrArray::ExtPtrArray(int initialCapacity, int /*growBy*/)
     : m_items(nullptr), m_size(0), m_cap(0) {
     // Exactly what was asked: most children arrays stay small.
     if (initialCapacity > 0) reserve(initialCapacity);
 }
 
-ExtPtrArray::~ExtPtrArray() { std::free(m_items); }
+ExtPtrArray::~ExtPtrArray() {
+    releaseSlots(m_items, m_cap);
+}
 
 bool ExtPtrArray::reserve(int capacity) {
     if (capacity <= m_cap) return true;
     if (static_cast<size_t>(capacity) > SIZE_MAX / sizeof(void*)) return false;
-    void** block =
-        static_cast<void**>(std::realloc(m_items, static_cast<size_t>(capacity) * sizeof(void*)));
+    void** block = m_cap > kPooledSlots
+                       ? static_cast<void**>(
+                             std::realloc(m_items, static_cast<size_t>(capacity) * sizeof(void*)))
+                       : moveSlots(m_items, m_size, m_cap, capacity);
     if (!block) return false;
     m_items = block;
     m_cap = capacity;
@@ -60,7 +93,8 @@ void ExtPtrArray::removeAllObjects() {
     // sees half-deleted elements.
     const int n = m_size;
     m_size = 0;
-    for (int i = 0; i < n; ++i) delete static_cast<StringBuffer*>(m_items[i]);
+    for (int i = 0; i < n; ++i)
+        delete static_cast<StringBuffer*>(m_items[i]);
 }
 
 void ExtPtrArray::sort(int (*compare)(const void*, const void*)) {

@@ -10,7 +10,9 @@ class StringBuffer;
 //
 // Growth is geometric whatever growBy asks, so appending is amortised O(1).
 // ExtPtrArray(n, growBy) reserves exactly n slots, which keeps the many small
-// children arrays of a tree small. Not copyable.
+// children arrays of a tree small. Slots of up to SmallObjectPool::kMaxBlock
+// bytes come from the small-object pool, larger ones from malloc. Not
+// copyable.
 class ExtPtrArray {
 public:
     XMLTREE_SMALL_OBJECT_POOLED(ExtPtrArray)

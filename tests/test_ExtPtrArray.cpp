@@ -1,8 +1,12 @@
 #include <cstring>
+#include <thread>
+#include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "foundation/ExtPtrArray.h"
+#include "foundation/SmallObjectPool.h"
 #include "foundation/StringBuffer.h"
 #include "foundation/StringPair.h"
 #include "foundation/mxQueue.h"
@@ -43,6 +47,54 @@ TEST(ExtPtrArray, InsertRemoveKeepOrder) {
     EXPECT_EQ(a.getSize(), 20);
     a.removeAll();
     EXPECT_EQ(a.getSize(), 0);
+}
+
+// Slots move from pool blocks to malloc past SmallObjectPool::kMaxBlock
+// bytes; inserting and removing across that boundary keeps every element.
+TEST(ExtPtrArray, GrowthAcrossThePoolBoundaryKeepsOrder) {
+    const int kPooled = static_cast<int>(SmallObjectPool::kMaxBlock / sizeof(void*));
+    for (int first : {0, 1, kPooled, kPooled + 1}) {
+        ExtPtrArray a(first, 5);
+        std::vector<long> want;
+        for (long i = 0; i < 3 * kPooled; ++i) {
+            const int at = static_cast<int>((i * 7) % (want.size() + 1));
+            ASSERT_TRUE(a.insertAt(at, P(i + 1)));
+            want.insert(want.begin() + at, i + 1);
+        }
+        EXPECT_GE(a.getCapacity(), 3 * kPooled);
+        ASSERT_EQ(a.getSize(), static_cast<int>(want.size()));
+        for (int i = 0; i < a.getSize(); ++i)
+            ASSERT_EQ(a.elementAt(i), P(want[i])) << first << " " << i;
+        EXPECT_EQ(a.removeAt(kPooled), P(want[kPooled]));
+        EXPECT_EQ(a.lastElement(), P(want.back()));
+    }
+}
+
+// When the pool cannot give a bigger block, append fails and the array
+// keeps what it had.
+TEST(ExtPtrArray, AppendFailsCleanlyWhenThePoolRunsOut) {
+    if (!SmallObjectPool::enabled()) GTEST_SKIP() << "pool is off in this build";
+    std::thread worker([] {
+        ExtPtrArray a(8, 5);
+        for (long i = 0; i < 8; ++i)
+            a.append(P(i));
+        SmallObjectPool::limitSlabsForTesting(0);
+        std::vector<void*> drained;  // the next size up, 16 slots
+        while (void* p = SmallObjectPool::allocate(16 * sizeof(void*)))
+            drained.push_back(p);
+        EXPECT_FALSE(a.append(P(8)));
+        EXPECT_FALSE(a.insertAt(0, P(9)));
+        SmallObjectPool::limitSlabsForTesting(-1);
+        EXPECT_EQ(a.getSize(), 8);
+        EXPECT_EQ(a.getCapacity(), 8);
+        for (long i = 0; i < 8; ++i)
+            EXPECT_EQ(a.elementAt(static_cast<int>(i)), P(i));
+        EXPECT_TRUE(a.append(P(8)));
+        EXPECT_EQ(a.getCapacity(), 16);
+        for (void* p : drained)
+            SmallObjectPool::deallocate(p, 16 * sizeof(void*));
+    });
+    worker.join();
 }
 
 int byKeyThenNothing(const void* a, const void* b) {

@@ -121,7 +121,12 @@ inline HeapBreakdown breakDown(TreeNode* root) {
         }
         if (ExtPtrArray* kids = node->getChildrenArray()) {
             ++b.childArrays;
-            b.childArrayBytes += objectBytes(kids) + chunkBytes(kids->getItems());
+            // Slots that fit the pool's largest block live in the pool.
+            const size_t slots = static_cast<size_t>(kids->getCapacity()) * sizeof(void*);
+            b.childArrayBytes += objectBytes(kids);
+            b.childArrayBytes += SmallObjectPool::enabled() && slots <= SmallObjectPool::kMaxBlock
+                                     ? SmallObjectPool::blockBytes(slots)
+                                     : chunkBytes(kids->getItems());
             for (int i = 0; i < kids->getSize(); ++i) {
                 stack.push_back(static_cast<TreeNode*>(kids->elementAt(i)));
             }
