@@ -194,7 +194,7 @@ class TreeWriter {
     bool push(TreeNode* node, int depth);
 
     Sink m_sink;
-    Frame m_inline[kInlineFrames];
+    Frame m_inline[kInlineFrames] = {};
     Frame* m_frames = m_inline;
     int m_size = 0;
     int m_cap = kInlineFrames;
