@@ -165,12 +165,14 @@ class TreeWriter {
     static bool putContent(Sink& sink, const TreeNode* node);
 
   private:
+    // 16 bytes, so that the stack of a document nested a million deep stays
+    // small. Frame k stands at depth m_topDepth + k, and its node is the top
+    // node (k = 0) or the child frame k - 1 wrote last. The walk changes no
+    // children array, so its slots and count are read once.
     struct Frame {
-        TreeNode* node;
-        void* const* kids;  // the children array's slots; the walk changes no array
-        int count;
+        void* const* kids;
         int next;  // index of the next child to write
-        int depth;
+        int count;
     };
     static constexpr int kInlineFrames = 64;
 
@@ -198,23 +200,31 @@ class TreeWriter {
     Frame* m_frames = m_inline;
     int m_size = 0;
     int m_cap = kInlineFrames;
+    int m_topDepth = 0;
+    TreeNode* m_top = nullptr;
 };
 
 void TreeWriter::write(TreeNode* top, int index, int depth, bool omitDeclaration) {
     if (!openNode(top, index, depth, omitDeclaration)) return;
     while (m_size > 0) {
         Frame& f = m_frames[m_size - 1];
+        const int level = m_topDepth + m_size - 1;
         if (f.next < f.count) {
             const int i = f.next++;
             // f may move when a frame is pushed; it is not used past here.
             TreeNode* child = static_cast<TreeNode*>(f.kids[i]);
-            if (child) openNode(child, i, f.depth + 1, false);
+            if (child) openNode(child, i, level + 1, false);
             continue;
         }
         // A node with a children array closes at its own depth, even when
         // the array is empty.
         --m_size;
-        putCloseTag(m_sink, f.node, f.depth);
+        const TreeNode* node = m_top;
+        if (m_size > 0) {
+            const Frame& parent = m_frames[m_size - 1];
+            node = static_cast<const TreeNode*>(parent.kids[parent.next - 1]);
+        }
+        putCloseTag(m_sink, node, level);
     }
 }
 
@@ -353,8 +363,12 @@ bool TreeWriter::push(TreeNode* node, int depth) {
         m_frames = static_cast<Frame*>(block);
         m_cap = newCap;
     }
+    if (m_size == 0) {
+        m_top = node;
+        m_topDepth = depth;
+    }
     const ExtPtrArray* kids = node->children;
-    m_frames[m_size++] = Frame{node, kids->getItems(), kids->getSize(), 0, depth};
+    m_frames[m_size++] = Frame{kids->getItems(), 0, kids->getSize()};
     return true;
 }
 
