@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <mutex>
+#include <new>
 
 #if defined(__SANITIZE_ADDRESS__)
 #define XMLTREE_POOL_OFF 1
@@ -133,7 +134,7 @@ class SlabTable {
     bool grow() {
         const std::size_t oldCap = capacity();
         const std::size_t newCap = oldCap ? 2 * oldCap : 64;
-        Slab** fresh = static_cast<Slab**>(std::calloc(newCap, sizeof(Slab*)));
+        Slab** fresh = new (std::nothrow) Slab*[newCap]();
         if (!fresh) return false;
         Slab** old = slots_;
         slots_ = fresh;
@@ -143,7 +144,7 @@ class SlabTable {
             --shift_;
         for (std::size_t i = 0; i < oldCap; ++i)
             if (old[i]) place(old[i]);
-        std::free(old);
+        delete[] old;
         return true;
     }
 
@@ -420,7 +421,7 @@ void sweep(Cache& c) {
     Shared& s = shared();
     std::lock_guard<std::mutex> lock(s.slabMutex);
     if (!s.scratch)
-        s.scratch = static_cast<FreeBlock**>(std::malloc(kScratchBlocks * sizeof(FreeBlock*)));
+        s.scratch = new (std::nothrow) FreeBlock*[kScratchBlocks];
     SweepNotes notes;
     notes.blocks = s.scratch;
     std::uint32_t classes = 0;
