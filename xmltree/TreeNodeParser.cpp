@@ -229,7 +229,7 @@ class TreeParser {
     StringBuffer valueBuf;
     StringBuffer decoded;
     static constexpr int kMaxPending = 32;
-    PendingAttr pending[kMaxPending];
+    PendingAttr pending[kMaxPending] = {};
     int numPending = 0;
 };
 
