@@ -12,24 +12,6 @@ namespace {
 
 const uint64_t kMaxBlock = static_cast<uint64_t>(INT_MAX);
 
-// What a byte that stops a plain run of a value is written as.
-struct Entity {
-    const char* text;
-    uint32_t len;
-};
-inline Entity valueEntity(char c) {
-    switch (c) {
-        case '<':
-            return {"&lt;", 4};
-        case '>':
-            return {"&gt;", 4};
-        case '"':
-            return {"&quot;", 6};
-        default:
-            return {"&amp;", 5};
-    }
-}
-
 }  // namespace
 
 AttributeSet::AttributeSet()
@@ -236,7 +218,7 @@ void AttributeSet::appendXml(StringBuffer& out) const {
             escapescan::copyRun(w, p, static_cast<size_t>(stop - p));
             w += stop - p;
             if (stop == end) break;
-            const Entity entity = valueEntity(*stop);
+            const escapescan::Entity entity = escapescan::entityFor(*stop);
             p = stop + 1;
             const uint64_t needNow = entity.len + static_cast<uint64_t>(end - p) + 1 + later;
             if (static_cast<uint64_t>(lim - w) < needNow) {

@@ -137,6 +137,27 @@ inline void copyRun(char* dst, const char* src, size_t n) {
     }
 }
 
+// What a byte that stops a run is written as. Values never stop at an
+// apostrophe, so only content asks for "&apos;".
+struct Entity {
+    const char* text;
+    size_t len;
+};
+inline Entity entityFor(char c) {
+    switch (c) {
+        case '<':
+            return {"&lt;", 4};
+        case '>':
+            return {"&gt;", 4};
+        case '"':
+            return {"&quot;", 6};
+        case '\'':
+            return {"&apos;", 6};
+        default:
+            return {"&amp;", 5};
+    }
+}
+
 }  // namespace escapescan
 
 #endif

@@ -98,25 +98,6 @@ class Sink {
     char* m_lim;   // end of the room
 };
 
-struct Entity {
-    const char* text;
-    size_t len;
-};
-inline Entity contentEntity(char c) {
-    switch (c) {
-        case '<':
-            return {"&lt;", 4};
-        case '>':
-            return {"&gt;", 4};
-        case '"':
-            return {"&quot;", 6};
-        case '\'':
-            return {"&apos;", 6};
-        default:
-            return {"&amp;", 5};
-    }
-}
-
 // The len bytes at text, escaped, up to the first NUL. Plain runs are copied
 // whole into room made for the whole text; an entity makes room for itself
 // and the rest.
@@ -128,7 +109,7 @@ void putEscaped(Sink& sink, const char* text, size_t len) {
         const char* stop = escapescan::findStop<true>(p, end);
         sink.put(p, static_cast<size_t>(stop - p));
         if (stop == end || *stop == '\0') return;
-        const Entity entity = contentEntity(*stop);
+        const escapescan::Entity entity = escapescan::entityFor(*stop);
         p = stop + 1;
         if (!sink.room(entity.len + static_cast<size_t>(end - p))) return;
         sink.put(entity.text, entity.len);
