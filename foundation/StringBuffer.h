@@ -148,6 +148,10 @@ public:
                static_cast<unsigned>(c - '0') < 10u || c == '_' || c == '-' || c == '.' ||
                c == ':';
     }
+    // A name may not begin with these; a leading "A" makes it legal.
+    static constexpr bool isBadXmlNameStart(char c) {
+        return (c >= '0' && c <= '9') || c == '.' || c == '-';
+    }
 
     // --- capacity ----------------------------------------------------------
     bool reserve(int totalBytes);  // room for totalBytes of text in all

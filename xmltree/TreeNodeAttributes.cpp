@@ -7,14 +7,6 @@
 
 #include "xmltree/TreeNode.h"
 
-namespace {
-
-bool isBadNameStart(char c) {
-    return (c >= '0' && c <= '9') || c == '.' || c == '-';
-}
-
-}  // namespace
-
 void TreeNode::addAttribute(const char* name, const char* value) {
     if (!name || !*name) return;
     if (!value) value = "";
@@ -26,7 +18,8 @@ void TreeNode::addAttribute(const char* name, const char* value) {
     }
     const int n = static_cast<int>(nameLen), vn = static_cast<int>(valueLen);
     // Nearly every name arrives clean: store it without the scratch copy.
-    if (!isBadNameStart(name[0]) && StringBuffer::cleanXmlTagPrefix(name, n) == n) {
+    if (!StringBuffer::isBadXmlNameStart(name[0]) &&
+        StringBuffer::cleanXmlTagPrefix(name, n) == n) {
         attributes->addAttributeN(name, n, value, vn);
         return;
     }
@@ -34,7 +27,7 @@ void TreeNode::addAttribute(const char* name, const char* value) {
     cleaned.removeInvalidXmlTagChars();
     // Decided on the name as given: " 1a" keeps no prefix even though
     // cleaning leaves it starting with a digit.
-    if (isBadNameStart(name[0])) cleaned.prepend("A");
+    if (StringBuffer::isBadXmlNameStart(name[0])) cleaned.prepend("A");
     attributes->addAttributeN(cleaned.getString(), cleaned.getSize(), value, vn);
 }
 

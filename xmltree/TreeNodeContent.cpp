@@ -3,18 +3,9 @@
 
 #include "xmltree/TreeNode.h"
 
-namespace {
-
-// A name may not begin with these; a leading "A" makes it legal.
-bool isBadNameStart(char c) {
-    return (c >= '0' && c <= '9') || c == '.' || c == '-';
-}
-
-}  // namespace
-
 void TreeNode::ensureLegalTagStartChar() {
     if (!tag || tag->getSize() == 0) return;
-    if (isBadNameStart(tag->charAt(0))) tag->prepend("A");
+    if (StringBuffer::isBadXmlNameStart(tag->charAt(0))) tag->prepend("A");
 }
 
 // ---- writing ----------------------------------------------------------------

@@ -118,10 +118,6 @@ inline const char* scanToEither(const char* p, char a, char b) {
     return p;
 }
 
-inline bool isBadNameStart(char c) {
-    return (c >= '0' && c <= '9') || c == '.' || c == '-';
-}
-
 inline bool startsWith(const char* p, const char* s, size_t n) {
     return std::strncmp(p, s, n) == 0;
 }
@@ -481,7 +477,7 @@ void TreeParser::attribute(TreeNode* node) {
         scanValue(a);
     }
     if (nameLen == 0) return;
-    if (clean && !isBadNameStart(name[0])) {
+    if (clean && !StringBuffer::isBadXmlNameStart(name[0])) {
         if (numPending == kMaxPending) flushAttributes(node);
         pending[numPending++] = a;
         return;
