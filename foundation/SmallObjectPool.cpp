@@ -287,6 +287,10 @@ inline void* pop(Cache& c, std::size_t cls) {
     if (!b) return nullptr;
     c.heads[cls] = b->next;
     c.freeBytes -= classBytes(cls);
+    // Freed blocks come back in no useful order and are cold by the time they
+    // are reused; fetching the next one now hides most of that miss behind
+    // the work done before the next allocation of this size.
+    __builtin_prefetch(b->next, 1);
     return b;
 }
 
