@@ -37,6 +37,22 @@ inline void skipWs(const char* t, int& c) {
         ++c;
 }
 
+inline const char* skipWs(const char* p) {
+    while (isWs(*p))
+        ++p;
+    return p;
+}
+
+// First c at or after p, or the NUL that ends the text.
+inline const char* findCharOrEnd(const char* p, char c) {
+#if defined(__GLIBC__)
+    return strchrnul(p, c);
+#else
+    const char* q = std::strchr(p, c);
+    return q ? q : p + std::strlen(p);
+#endif
+}
+
 inline bool isQuote(char c) {
     return c == '"' || c == '\'';
 }
@@ -179,11 +195,15 @@ class TreeParser {
   private:
     enum Step { kLoop, kDispatch, kCdata, kStop, kFail };
 
-    Step loopTop();
-    Step textRun();
-    Step dispatch();
-    Step openingTag();
-    Step closingTag();
+    // The hot steps move a cursor the caller keeps in a local pointer, so
+    // that it stays in a register rather than being reloaded after every
+    // store into a buffer; the rare ones go through the engine's cursor.
+    Step loopTop(const char*& pos);
+    Step textRun(const char*& pos);
+    Step dispatch(const char*& pos);
+    Step openingTag(const char*& pos);
+    Step closingTag(const char*& pos);
+    Step viaEngine(const char*& pos, Step (TreeParser::*step)());
     TreeNode* newChild(const char* name, int len);
     TreeNode* newElement(const char* name, int len);
     struct PendingAttr {
@@ -193,8 +213,8 @@ class TreeParser {
         int valueLen;
         int decodedAt;  // offset of the value in `decoded`, or -1 (it is in the text)
     };
-    void attribute(TreeNode* node);
-    void scanValue(PendingAttr& a);
+    const char* attribute(const char* p, TreeNode* node);
+    const char* scanValue(const char* p, PendingAttr& a);
     void flushAttributes(TreeNode* node);
     Step cdataSection();
     Step bangDeclaration();
@@ -279,17 +299,18 @@ bool TreeParser::run(TreeNode** outRoot) {
             monitor = nullptr;  // an empty text gets no progress call at all
         }
     }
+    const char* p = t + e.cursor;
     Step step = kLoop;
     while (step != kStop) {
         switch (step) {
             case kLoop:
-                step = loopTop();
+                step = loopTop(p);
                 break;
             case kDispatch:
-                step = dispatch();
+                step = dispatch(p);
                 break;
             case kCdata:
-                step = cdataSection();
+                step = viaEngine(p, &TreeParser::cdataSection);
                 break;
             case kFail:
                 releaseAll();
@@ -298,51 +319,63 @@ bool TreeParser::run(TreeNode** outRoot) {
                 break;
         }
     }
+    e.cursor = static_cast<int>(p - t);
     finish(outRoot);
     return true;
 }
 
-TreeParser::Step TreeParser::loopTop() {
-    int& c = e.cursor;
-    if (t[c] == '\0') return kStop;
-    if (cur) return textRun();
-    skipWs(t, c);
-    if (t[c] == '\0') return kStop;
-    if (t[c] != '<') e.skipUntilChar('<');  // text outside elements is dropped
-    if (t[c] != '<') return kStop;
-    ++c;
+TreeParser::Step TreeParser::viaEngine(const char*& pos, Step (TreeParser::*step)()) {
+    e.cursor = static_cast<int>(pos - t);
+    Step next = (this->*step)();
+    pos = t + e.cursor;
+    return next;
+}
+
+TreeParser::Step TreeParser::loopTop(const char*& pos) {
+    const char* p = pos;
+    if (*p == '\0') return kStop;
+    if (cur) return textRun(pos);
+    p = skipWs(p);
+    if (*p != '<') p = findCharOrEnd(p, '<');  // text outside elements is dropped
+    pos = p;
+    if (*p != '<') return kStop;
+    pos = p + 1;
     return kDispatch;
 }
 
-TreeParser::Step TreeParser::textRun() {
-    int& c = e.cursor;
+TreeParser::Step TreeParser::textRun(const char*& pos) {
+    const char* p = pos;
     if (trim) {
-        skipWs(t, c);
+        p = skipWs(p);
     } else {
         wsRun.clear();
-        int start = c;
-        skipWs(t, c);
-        wsRun.appendN(t + start, c - start);
+        const char* start = p;
+        p = skipWs(p);
+        wsRun.appendN(start, static_cast<int>(p - start));
     }
-    int start = c;
-    if (t[c] == '<' && t[c + 1] == '!' && startsWith(t + c, "<![CDATA[", 9)) return kCdata;
-    if (t[c] != '<') e.skipUntilChar('<');
-    int runEnd = c;
-    if (t[c] == '<') ++c;
+    const char* start = p;
+    if (p[0] == '<' && p[1] == '!' && startsWith(p, "<![CDATA[", 9)) {
+        pos = p;
+        return kCdata;
+    }
+    if (*p != '<') p = findCharOrEnd(p, '<');
+    const char* runEnd = p;
+    if (*p == '<') ++p;
     if (trim) {
-        while (runEnd > start && isWs(t[runEnd - 1]))
+        while (runEnd > start && isWs(runEnd[-1]))
             --runEnd;
     }
     if (runEnd > start) {
-        appendText(t + start, runEnd - start);
+        appendText(start, static_cast<int>(runEnd - start));
     } else if (!trim && wsRun.getSize() > 0 && cur->getNumChildren() == 0) {
         if (!cur->content) cur->content = StringBuffer::createNewSB();
         if (cur->content) cur->content->append(wsRun);
     }
-    if (t[c] == '!' && startsWith(t + c, "![CDATA[", 8)) {
-        --c;
+    if (*p == '!' && startsWith(p, "![CDATA[", 8)) {
+        pos = p - 1;
         return kCdata;
     }
+    pos = p;
     return kDispatch;
 }
 
@@ -370,60 +403,62 @@ void TreeParser::appendText(const char* run, int len) {
     if (std::memchr(run, '&', len)) decodeEntities(*sb, from);
 }
 
-TreeParser::Step TreeParser::dispatch() {
-    int& c = e.cursor;
-    char noted = t[c];
-    skipWs(t, c);
-    if (t[c] == '\0') return kStop;
+TreeParser::Step TreeParser::dispatch(const char*& pos) {
+    const char noted = *pos;
+    pos = skipWs(pos);
+    if (*pos == '\0') return kStop;
     switch (noted) {
         case '?':
-            return processingInstruction();
+            return viaEngine(pos, &TreeParser::processingInstruction);
         case '/':
-            return closingTag();
+            return closingTag(pos);
         case '!':
-            return bangDeclaration();
+            return viaEngine(pos, &TreeParser::bangDeclaration);
         default:
-            return openingTag();
+            return openingTag(pos);
     }
 }
 
-TreeParser::Step TreeParser::openingTag() {
-    int& c = e.cursor;
-    const char* name = t + c;
+TreeParser::Step TreeParser::openingTag(const char*& pos) {
+    const char* name = pos;
     const int cleanLen = cleanNameLength(name, kNames.tag);
     const char* end = cleanLen >= 0 ? name + cleanLen : scanToNameEnd(name, kNames.tag);
-    c = static_cast<int>(end - t);
+    pos = end;
     if (*end == '\0') return kStop;  // a tag cut off by the end makes no element
     bool selfClosing = false;
-    skipWs(t, c);
-    if (t[c] == '/') {
-        ++c;
+    const char* p = skipWs(end);
+    if (*p == '/') {
+        ++p;
         selfClosing = true;
     }
     TreeNode* node = cleanLen >= 0 && cur ? newChild(name, cleanLen)
                                           : newElement(name, static_cast<int>(end - name));
-    if (!node) return kStop;
+    if (!node) {
+        pos = p;
+        return kStop;
+    }
     cur = node;
-    skipWs(t, c);
+    p = skipWs(p);
     decoded.clear();
-    while (t[c] != '\0' && t[c] != '>') {
-        attribute(node);
-        skipWs(t, c);
-        if (t[c] == '/') {
-            ++c;
-            skipWs(t, c);
+    while (*p != '\0' && *p != '>') {
+        p = skipWs(attribute(p, node));
+        if (*p == '/') {
+            p = skipWs(p + 1);
             selfClosing = true;
         }
     }
     flushAttributes(node);
-    if (t[c] == '>') ++c;
+    if (*p == '>') ++p;
+    pos = p;
     if (selfClosing) closeCurrent();
     return kLoop;
 }
 
 // The common case: a clean name under an open element. The tag is stored
-// straight from the text; the node goes through the usual attach.
+// straight from the text, and the node, fresh and childless, is attached
+// without the checks and subtree walk a general append makes.
 TreeNode* TreeParser::newChild(const char* name, int len) {
+    if (!cur->treeInfo) return nullptr;
     TreeNode* node = new (std::nothrow) TreeNode();
     if (!node) return nullptr;
     if (len > 0) {
@@ -433,10 +468,24 @@ TreeNode* TreeParser::newChild(const char* name, int len) {
             node->tag = nullptr;
         }
     }
-    if (!cur->treeInfo || !cur->appendChild2(node, 1004)) {
+    ExtPtrArray* kids = cur->children;
+    if (!kids) {
+        // Siblings tend to have alike shapes; size the array after the
+        // previous sibling's.
+        int cap = 5;
+        if (cur->prevSibling && cur->prevSibling->getNumChildren() > 0)
+            cap = cur->prevSibling->getNumChildren();
+        kids = cur->children = new (std::nothrow) ExtPtrArray(cap, 5);
+    }
+    TreeNode* last = kids ? static_cast<TreeNode*>(kids->lastElement()) : nullptr;
+    if (!kids || !kids->append(node)) {
         delete node;
         return nullptr;
     }
+    if (last) last->nextSibling = node;
+    node->prevSibling = last;
+    node->parent = cur;
+    node->treeInfo = cur->treeInfo;
     return node;
 }
 
@@ -448,20 +497,20 @@ TreeNode* TreeParser::newElement(const char* name, int len) {
                : TreeNode::createRoot(tagBuf.getString());
 }
 
-// One name, optionally "=" and a value, at the cursor. A clean name and its
-// value wait in `pending` until the tag ends, so that the node's attribute
-// storage is sized once, exactly; a name that needs cleaning goes through
-// addAttribute, after those before it.
-void TreeParser::attribute(TreeNode* node) {
-    int& c = e.cursor;
-    const char* name = t + c;
+// One name, optionally "=" and a value, at p; returns where it ends. A clean
+// name and its value wait in `pending` until the tag ends, so that the node's
+// attribute storage is sized once, exactly; a name that needs cleaning goes
+// through addAttribute, after those before it.
+const char* TreeParser::attribute(const char* p, TreeNode* node) {
+    const char* name = p;
     int nameLen = cleanNameLength(name, kNames.attr);
     const bool clean = nameLen >= 0;
     if (clean) {
-        c += nameLen;
+        p += nameLen;
     } else {
+        p = scanToNameEnd(name, kNames.attr);
         nameBuf.clear();
-        e.captureToNext7(" \t\r\n=/>", nameBuf);
+        nameBuf.appendN(name, static_cast<int>(p - name));
         // Quotes and '<' are never name bytes.
         nameBuf.eliminateChar('"', 0);
         nameBuf.eliminateChar('\'', 0);
@@ -469,18 +518,14 @@ void TreeParser::attribute(TreeNode* node) {
         name = nameBuf.getString();
         nameLen = nameBuf.getSize();
     }
-    skipWs(t, c);
+    p = skipWs(p);
     PendingAttr a{name, nameLen, "", 0, -1};
-    if (t[c] == '=') {
-        ++c;
-        skipWs(t, c);
-        scanValue(a);
-    }
-    if (nameLen == 0) return;
+    if (*p == '=') p = scanValue(skipWs(p + 1), a);
+    if (nameLen == 0) return p;
     if (clean && !StringBuffer::isBadXmlNameStart(name[0])) {
         if (numPending == kMaxPending) flushAttributes(node);
         pending[numPending++] = a;
-        return;
+        return p;
     }
     flushAttributes(node);
     if (clean) {
@@ -494,14 +539,15 @@ void TreeParser::attribute(TreeNode* node) {
         valueBuf.appendN(a.value, a.valueLen);
     }
     node->addAttribute(nameBuf.getString(), valueBuf.getString());
+    return p;
 }
 
-// The value at the cursor: quoted, up to the same quote; unquoted, up to the
-// next quote of either kind. A value holding '&' is decoded into `decoded`.
-void TreeParser::scanValue(PendingAttr& a) {
-    int& c = e.cursor;
-    const char q = t[c];
-    const char* value = t + c + (isQuote(q) ? 1 : 0);
+// The value at p: quoted, up to the same quote; unquoted, up to the next
+// quote of either kind. A value holding '&' is decoded into `decoded`.
+// Returns where the value ends, past its closing quote.
+const char* TreeParser::scanValue(const char* p, PendingAttr& a) {
+    const char q = *p;
+    const char* value = p + (isQuote(q) ? 1 : 0);
     const char* end;
     bool amp = false;
     if (isQuote(q)) {
@@ -510,16 +556,16 @@ void TreeParser::scanValue(PendingAttr& a) {
         end = scanToEither(value, '"', '\'');
         amp = std::memchr(value, '&', static_cast<size_t>(end - value)) != nullptr;
     }
-    c = static_cast<int>(end - t);
-    if (isQuote(t[c])) ++c;
     a.value = value;
     a.valueLen = static_cast<int>(end - value);
-    if (!amp) return;
-    const int from = decoded.getSize();
-    decoded.appendN(value, a.valueLen);
-    decodeEntities(decoded, from);
-    a.decodedAt = from;
-    a.valueLen = decoded.getSize() - from;
+    if (amp) {
+        const int from = decoded.getSize();
+        decoded.appendN(value, a.valueLen);
+        decodeEntities(decoded, from);
+        a.decodedAt = from;
+        a.valueLen = decoded.getSize() - from;
+    }
+    return isQuote(*end) ? end + 1 : end;
 }
 
 void TreeParser::flushAttributes(TreeNode* node) {
@@ -547,18 +593,22 @@ void TreeParser::closeCurrent() {
     }
 }
 
-TreeParser::Step TreeParser::closingTag() {
-    int& c = e.cursor;
+TreeParser::Step TreeParser::closingTag(const char*& pos) {
+    const char* p = pos;
     if (monitor) {
         bool abort = false;
-        monitor->setAmountConsumed2_32(static_cast<unsigned int>(c), abort);
+        monitor->setAmountConsumed2_32(static_cast<unsigned int>(p - t), abort);
     }
-    if (e.skipUntilChar2('>', '<')) {
-        ++c;
+    while (*p != '>' && *p != '<' && *p != '\0')
+        ++p;
+    if (*p == '>') {
+        ++p;
     } else {
+        e.cursor = static_cast<int>(p - t);  // a log may report where the parse stands
         log->logError("Error in closing tag");
         if (cur) log->logNameValue("error_tag", cur->getTag());
     }
+    pos = p;
     if (!cur) return kLoop;
     // The name in the closing tag is never compared: it closes whatever is open.
     if (!trim && cur->getNumChildren() > 0 && cur->content) {
