@@ -5,21 +5,6 @@
 
 #include "foundation/DataBuffer.h"
 
-namespace {
-
-// First c at or after p, or the NUL that ends the text.
-inline const char* findCharOrEnd(const char* p, char c) {
-    if (c == '\0') return p + std::strlen(p);
-#if defined(__GLIBC__)
-    return strchrnul(p, c);
-#else
-    const char* q = std::strchr(p, c);
-    return q ? q : p + std::strlen(p);
-#endif
-}
-
-}  // namespace
-
 ParseEngine::ParseEngine() : textPtr(nullptr), cursor(0) { syncPtr(); }
 
 ParseEngine::ParseEngine(const DataBuffer& data) : textPtr(nullptr), cursor(0) {
@@ -58,7 +43,7 @@ void ParseEngine::captureToNext2(const char* delimiters, StringBuffer& out) {
     const char d1 = d0 ? delimiters[1] : '\0';
     const char* p;
     if (d1 == '\0' || d1 == d0) {
-        p = findCharOrEnd(start, d0);
+        p = ParseEngine::findCharOrEnd(start, d0);
     } else {
         p = start;
         for (char c = *p; c != d0 && c != d1 && c != '\0'; c = *++p) {
@@ -77,12 +62,12 @@ void ParseEngine::captureToNext7(const char* delimiters, StringBuffer& out) {
 
 void ParseEngine::captureToNextChar(char c, StringBuffer& out) {
     const char* start = textPtr + cursor;
-    captureSpan(start, static_cast<int>(findCharOrEnd(start, c) - start), out);
+    captureSpan(start, static_cast<int>(ParseEngine::findCharOrEnd(start, c) - start), out);
 }
 
 void ParseEngine::skipUntilChar(char c) {
     const char* start = textPtr + cursor;
-    cursor += static_cast<int>(findCharOrEnd(start, c) - start);
+    cursor += static_cast<int>(ParseEngine::findCharOrEnd(start, c) - start);
 }
 
 bool ParseEngine::skipUntilChar2(char first, char second) {

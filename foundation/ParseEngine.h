@@ -1,6 +1,8 @@
 #ifndef XMLTREE_FOUNDATION_PARSEENGINE_H
 #define XMLTREE_FOUNDATION_PARSEENGINE_H
 
+#include <cstring>
+
 #include "foundation/StringBuffer.h"
 
 class DataBuffer;
@@ -57,6 +59,17 @@ public:
     // text ends first, appends the rest, leaves the cursor on the end and
     // returns false. Quotes are not treated specially.
     bool seekAndCopyToClosing(char open, char close, int depth, StringBuffer& out);
+
+    // First c at or after p, or the NUL that ends the text.
+    static const char* findCharOrEnd(const char* p, char c) {
+        if (c == '\0') return p + std::strlen(p);
+#if defined(__GLIBC__)
+        return strchrnul(p, c);
+#else
+        const char* q = std::strchr(p, c);
+        return q ? q : p + std::strlen(p);
+#endif
+    }
 
     // Helpers.
     int getTextSize() const { return textBuf.getSize(); }

@@ -15,10 +15,6 @@ namespace {
 // Largest text we hold: sizes are reported as int and one byte goes to the NUL.
 const uint32_t kMaxSize = static_cast<uint32_t>(INT_MAX) - 1u;
 
-inline unsigned char foldAscii(unsigned char c) {
-    return (static_cast<unsigned>(c - 'A') < 26u) ? static_cast<unsigned char>(c + 32) : c;
-}
-
 inline bool isTrimSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 
 // Start of the first occurrence of needle (nn > 0 bytes) in hay, or null.

@@ -3,14 +3,6 @@
 #include <cstddef>
 #include <cstring>
 
-namespace {
-
-inline unsigned char foldAscii(unsigned char c) {
-    return (static_cast<unsigned>(c - 'A') < 26u) ? static_cast<unsigned char>(c + 32) : c;
-}
-
-}  // namespace
-
 int mxStrICmp(const char* a, const char* b) {
     const unsigned char* pa = reinterpret_cast<const unsigned char*>(a);
     const unsigned char* pb = reinterpret_cast<const unsigned char*>(b);

@@ -8,6 +8,11 @@
 // (bytes compared as unsigned). Neither argument may be null.
 int mxStrICmp(const char* a, const char* b);
 
+// The byte with ASCII A-Z folded to a-z; every other byte as it is.
+inline unsigned char foldAscii(unsigned char c) {
+    return (static_cast<unsigned>(c - 'A') < 26u) ? static_cast<unsigned char>(c + 32) : c;
+}
+
 // First occurrence of needle in haystack ignoring ASCII letter case, or null.
 // An empty needle matches at the start of haystack. Null arguments give null.
 const char* stristr(const char* haystack, const char* needle);

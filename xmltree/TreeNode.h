@@ -252,6 +252,9 @@ public:
     TreeNode* checkInsertAscending(const char* tag, StringPair* pair);
 
 private:
+    // Ends each prolog line the writer and the style-sheet text put out.
+    static constexpr char kPrologLineEnd[] = " ?>\r\n";
+
     // Subsystems whose state machines work on the fields directly; each is
     // defined in the source file of its subsystem.
     friend class TreeInfo;

@@ -43,15 +43,6 @@ inline const char* skipWs(const char* p) {
     return p;
 }
 
-// First c at or after p, or the NUL that ends the text.
-inline const char* findCharOrEnd(const char* p, char c) {
-#if defined(__GLIBC__)
-    return strchrnul(p, c);
-#else
-    const char* q = std::strchr(p, c);
-    return q ? q : p + std::strlen(p);
-#endif
-}
 
 inline bool isQuote(char c) {
     return c == '"' || c == '\'';
@@ -336,7 +327,7 @@ TreeParser::Step TreeParser::loopTop(const char*& pos) {
     if (*p == '\0') return kStop;
     if (cur) return textRun(pos);
     p = skipWs(p);
-    if (*p != '<') p = findCharOrEnd(p, '<');  // text outside elements is dropped
+    if (*p != '<') p = ParseEngine::findCharOrEnd(p, '<');  // text outside elements is dropped
     pos = p;
     if (*p != '<') return kStop;
     pos = p + 1;
@@ -358,7 +349,7 @@ TreeParser::Step TreeParser::textRun(const char*& pos) {
         pos = p;
         return kCdata;
     }
-    if (*p != '<') p = findCharOrEnd(p, '<');
+    if (*p != '<') p = ParseEngine::findCharOrEnd(p, '<');
     const char* runEnd = p;
     if (*p == '<') ++p;
     if (trim) {

@@ -8,7 +8,6 @@
 namespace {
 
 const char kStyleSheetOpen[] = "<?xml-stylesheet";
-const char kPrologLineEnd[] = " ?>\r\n";
 
 // Sets one declaration pseudo-attribute. Removing before adding is what moves
 // a re-set attribute to the end of the list; callers rely on that order.

@@ -23,7 +23,6 @@ const char kBlanks16[17] = "                ";
 
 const char kCrLf[] = "\r\n";
 const char kDeclOpen[] = "<?xml";
-const char kPrologLineEnd[] = " ?>\r\n";
 const char kEmptyTagEnd[] = " />\r\n";
 const char kMissingName[] = "nothing";
 const char kCdataOpen[] = "<![CDATA[";
@@ -331,7 +330,7 @@ void TreeWriter::writeDeclaration(TreeNode* root, StringBuffer& out) {
         }
         decl->attributes->appendXml(out);
     }
-    appendLit(out, kPrologLineEnd);
+    appendLit(out, TreeNode::kPrologLineEnd);
 }
 
 bool TreeWriter::push(TreeNode* node, int depth) {
