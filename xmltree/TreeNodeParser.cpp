@@ -161,6 +161,15 @@ inline int matchEntity(const char* p, char& out) {
 
 }  // namespace
 
+// The steps of the main loop are folded into it, so that the cursor stays in
+// a register across a whole element; left as calls they cost about a sixth
+// of the parse time.
+#if defined(__GNUC__)
+#define XMLTREE_HOT_STEP inline __attribute__((always_inline))
+#else
+#define XMLTREE_HOT_STEP inline
+#endif
+
 // State of one customParse call. The prolog items it collects belong to it
 // until a finished root takes them; everything else it makes belongs to the
 // tree under construction.
@@ -189,13 +198,13 @@ class TreeParser {
     // The hot steps move a cursor the caller keeps in a local pointer, so
     // that it stays in a register rather than being reloaded after every
     // store into a buffer; the rare ones go through the engine's cursor.
-    Step loopTop(const char*& pos);
-    Step textRun(const char*& pos);
-    Step dispatch(const char*& pos);
-    Step openingTag(const char*& pos);
-    Step closingTag(const char*& pos);
+    XMLTREE_HOT_STEP Step loopTop(const char*& pos);
+    XMLTREE_HOT_STEP Step textRun(const char*& pos);
+    XMLTREE_HOT_STEP Step dispatch(const char*& pos);
+    XMLTREE_HOT_STEP Step openingTag(const char*& pos);
+    XMLTREE_HOT_STEP Step closingTag(const char*& pos);
     Step viaEngine(const char*& pos, Step (TreeParser::*step)());
-    TreeNode* newChild(const char* name, int len);
+    XMLTREE_HOT_STEP TreeNode* newChild(const char* name, int len);
     TreeNode* newElement(const char* name, int len);
     struct PendingAttr {
         const char* name;
@@ -204,8 +213,8 @@ class TreeParser {
         int valueLen;
         int decodedAt;  // offset of the value in `decoded`, or -1 (it is in the text)
     };
-    const char* attribute(const char* p, TreeNode* node);
-    const char* scanValue(const char* p, PendingAttr& a);
+    XMLTREE_HOT_STEP const char* attribute(const char* p, TreeNode* node);
+    XMLTREE_HOT_STEP const char* scanValue(const char* p, PendingAttr& a);
     void flushAttributes(TreeNode* node);
     Step cdataSection();
     Step bangDeclaration();
