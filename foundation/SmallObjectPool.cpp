@@ -282,6 +282,20 @@ void* carve(Cache& c, std::size_t cls) {
     return p;
 }
 
+// Carves from the slab in hand when it has room, else null. While a thread
+// builds a tree its lists are mostly empty, so this is the common request;
+// the shared list is looked at when the slab runs out.
+inline void* carveFromCurrent(Cache& c, std::size_t cls) {
+    const std::size_t bytes = classBytes(cls);
+    char* p = c.bump;
+    if (!p) return nullptr;
+    if (bytes % 16 == 0) p += reinterpret_cast<std::uintptr_t>(p) & 8;
+    if (p + bytes > c.bumpEnd) return nullptr;
+    c.bump = p + bytes;
+    c.carved += bytes;
+    return p;
+}
+
 inline void* pop(Cache& c, std::size_t cls) {
     FreeBlock* b = c.heads[cls];
     if (!b) return nullptr;
@@ -499,6 +513,7 @@ void* SmallObjectPool::allocate(std::size_t n) noexcept {
     const std::size_t cls = classOf(n);
     Cache& c = t_cache;
     if (void* p = pop(c, cls)) return p;
+    if (void* p = carveFromCurrent(c, cls)) return p;
     return allocateSlow(c, cls);
 }
 
