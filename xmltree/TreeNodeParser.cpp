@@ -10,6 +10,10 @@
 #include <cstring>
 #include <new>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "foundation/EncodingConvert.h"
 #include "foundation/StringFunctions.h"
 #include "xmltree/TreeNode.h"
@@ -39,6 +43,63 @@ inline void skipWs(const char* t, int& c) {
 
 inline const char* skipWs(const char* p) {
     while (isWs(*p))
+        ++p;
+    return p;
+}
+
+// Wide scans for the long runs of a document: indentation, closing tags and
+// attribute values. `end` is the text's terminating NUL; the scans read 16
+// bytes a step up to it and finish byte by byte, and a NUL met earlier
+// stops them as it stops the byte loops.
+#if defined(__SSE2__)
+inline unsigned maskOf(__m128i hits) {
+    return static_cast<unsigned>(_mm_movemask_epi8(hits));
+}
+inline __m128i bytesEqual(__m128i v, char c) {
+    return _mm_cmpeq_epi8(v, _mm_set1_epi8(c));
+}
+inline __m128i load16(const char* p) {
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+}
+#endif
+
+// The first byte at or after p that is not whitespace.
+inline const char* skipWsRun(const char* p, const char* end) {
+#if defined(__SSE2__)
+    // Short runs, such as a line break and a tab, are done before a wide
+    // step would pay off.
+    for (int i = 0; i < 4; ++i, ++p) {
+        if (!isWs(*p)) return p;
+    }
+    for (; p + 16 <= end; p += 16) {
+        const __m128i v = load16(p);
+        const __m128i ws = _mm_or_si128(_mm_or_si128(bytesEqual(v, ' '), bytesEqual(v, '\n')),
+                                        _mm_or_si128(bytesEqual(v, '\t'), bytesEqual(v, '\r')));
+        const unsigned other = ~maskOf(ws) & 0xFFFFu;
+        if (other) return p + __builtin_ctz(other);
+    }
+#else
+    (void)end;
+#endif
+    return skipWs(p);
+}
+
+// The first a, b or NUL at or after p.
+inline const char* findEither(const char* p, const char* end, char a, char b) {
+#if defined(__SSE2__)
+    for (int i = 0; i < 4; ++i, ++p) {
+        if (*p == a || *p == b || *p == '\0') return p;
+    }
+    for (; p + 16 <= end; p += 16) {
+        const __m128i v = load16(p);
+        const __m128i hit = _mm_or_si128(_mm_or_si128(bytesEqual(v, a), bytesEqual(v, b)),
+                                         bytesEqual(v, '\0'));
+        if (const unsigned m = maskOf(hit)) return p + __builtin_ctz(m);
+    }
+#else
+    (void)end;
+#endif
+    while (*p != a && *p != b && *p != '\0')
         ++p;
     return p;
 }
@@ -80,43 +141,6 @@ inline int cleanNameLength(const char* p, const unsigned char (&cls)[256]) {
     while (cls[static_cast<unsigned char>(*q)] == kNameByte)
         ++q;
     return cls[static_cast<unsigned char>(*q)] == kNameEnd ? static_cast<int>(q - p) : -1;
-}
-
-// Bytes that stop the scan of a quoted value: its quote, NUL, and '&' (which
-// is noted, as only values holding one need decoding).
-struct ValueStops {
-    bool dq[256];
-    bool sq[256];
-    constexpr ValueStops() : dq(), sq() {
-        dq[0] = sq[0] = true;
-        dq[static_cast<unsigned char>('&')] = sq[static_cast<unsigned char>('&')] = true;
-        dq[static_cast<unsigned char>('"')] = true;
-        sq[static_cast<unsigned char>('\'')] = true;
-    }
-};
-constexpr ValueStops kValueStops;
-
-inline const char* scanQuoted(const char* p, const bool (&stop)[256], bool& amp) {
-    for (;;) {
-        while (!stop[static_cast<unsigned char>(p[0])]) {
-            if (stop[static_cast<unsigned char>(p[1])]) {
-                ++p;
-                break;
-            }
-            if (stop[static_cast<unsigned char>(p[2])]) {
-                p += 2;
-                break;
-            }
-            if (stop[static_cast<unsigned char>(p[3])]) {
-                p += 3;
-                break;
-            }
-            p += 4;
-        }
-        if (*p != '&') return p;
-        amp = true;
-        ++p;
-    }
 }
 
 inline const char* scanToEither(const char* p, char a, char b) {
@@ -178,6 +202,7 @@ class TreeParser {
     TreeParser(ParseEngine& engine, LogBase* log, ProgressMonitor* monitor, bool trim)
         : e(engine),
           t(engine.textPtr),
+          textEnd(engine.textPtr + engine.getTextSize()),
           log(log),
           monitor(monitor),
           trim(trim),
@@ -229,6 +254,7 @@ class TreeParser {
 
     ParseEngine& e;
     const char* t;  // the engine's text; the parse never changes it
+    const char* textEnd;  // its terminating NUL
     LogBase* log;
     ProgressMonitor* monitor;
     bool trim;
@@ -346,11 +372,11 @@ TreeParser::Step TreeParser::loopTop(const char*& pos) {
 TreeParser::Step TreeParser::textRun(const char*& pos) {
     const char* p = pos;
     if (trim) {
-        p = skipWs(p);
+        p = skipWsRun(p, textEnd);
     } else {
         wsRun.clear();
         const char* start = p;
-        p = skipWs(p);
+        p = skipWsRun(p, textEnd);
         wsRun.appendN(start, static_cast<int>(p - start));
     }
     const char* start = p;
@@ -551,7 +577,11 @@ const char* TreeParser::scanValue(const char* p, PendingAttr& a) {
     const char* end;
     bool amp = false;
     if (isQuote(q)) {
-        end = scanQuoted(value, q == '"' ? kValueStops.dq : kValueStops.sq, amp);
+        end = findEither(value, textEnd, q, '&');
+        while (*end == '&') {
+            amp = true;
+            end = findEither(end + 1, textEnd, q, '&');
+        }
     } else {
         end = scanToEither(value, '"', '\'');
         amp = std::memchr(value, '&', static_cast<size_t>(end - value)) != nullptr;
@@ -599,8 +629,7 @@ TreeParser::Step TreeParser::closingTag(const char*& pos) {
         bool abort = false;
         monitor->setAmountConsumed2_32(static_cast<unsigned int>(p - t), abort);
     }
-    while (*p != '>' && *p != '<' && *p != '\0')
-        ++p;
+    p = findEither(p, textEnd, '>', '<');
     if (*p == '>') {
         ++p;
     } else {
