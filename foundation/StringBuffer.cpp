@@ -101,27 +101,18 @@ constexpr NameByteTable kNameBytes;
 // ---------------------------------------------------------------------------
 // construction
 
-StringBuffer::StringBuffer()
-    : m_data(m_inline), m_size(0), m_cap(kInlineCapacity), m_valid(kAliveMark), m_cp(0) {
-    m_inline[0] = '\0';
-}
-
 StringBuffer::StringBuffer(const char* s) : StringBuffer() {
     if (s) appendN(s, static_cast<int>(std::strlen(s)));
 }
 
-StringBuffer::StringBuffer(const char* s, int n, int extraHint) : StringBuffer() {
-    if (!s || n <= 0) return;
-    (void)extraHint;
-    // Most text runs are never appended to, so the block holds exactly the
-    // text: spare room would stay unused in every content of a large tree.
-    if (static_cast<uint32_t>(n) > m_cap) {
-        if (static_cast<uint32_t>(n) > kMaxSize) return;
-        char* block = newBlock(static_cast<uint32_t>(n));
-        if (!block) return;
-        m_data = block;
-        m_cap = static_cast<uint32_t>(n);
-    }
+// Most text runs are never appended to, so the block holds exactly the text:
+// spare room would stay unused in every content of a large tree.
+void StringBuffer::holdExactly(const char* s, int n) {
+    if (static_cast<uint32_t>(n) > kMaxSize) return;
+    char* block = newBlock(static_cast<uint32_t>(n));
+    if (!block) return;
+    m_data = block;
+    m_cap = static_cast<uint32_t>(n);
     appendN(s, n);
 }
 

@@ -22,12 +22,25 @@ public:
     XMLTREE_SMALL_OBJECT_POOLED(StringBuffer)
     static constexpr int kInlineCapacity = 21;  // bytes of text held inline (+ NUL)
 
-    StringBuffer();
-    StringBuffer(const char* s);  // null reads as ""
+    // Both inline: the parser makes one or two per element.
+    StringBuffer()
+        : m_data(m_inline), m_size(0), m_cap(kInlineCapacity), m_valid(kAliveMark), m_cp(0) {
+        m_inline[0] = '\0';
+    }
     // Holds exactly the first n bytes of s (which need not be NUL-terminated).
     // The third argument is a hint for the spare room to keep; it does not
     // change the text.
-    StringBuffer(const char* s, int n, int extraHint);
+    StringBuffer(const char* s, int n, int /*extraHint*/) : StringBuffer() {
+        if (!s || n <= 0) return;
+        if (n > kInlineCapacity) {
+            holdExactly(s, n);
+            return;
+        }
+        std::memcpy(m_inline, s, static_cast<size_t>(n));
+        m_inline[n] = '\0';
+        m_size = static_cast<uint32_t>(n);
+    }
+    StringBuffer(const char* s);  // null reads as ""
     // Empty text with room reserved for `capacity` bytes.
     explicit StringBuffer(int capacity);
     StringBuffer(const StringBuffer& other);
@@ -172,6 +185,7 @@ private:
     bool growBy(uint32_t extra);          // ensures room for extra more bytes
     bool growTo(uint32_t neededCap);      // ensures capacity >= neededCap
     bool appendSlow(const char* p, int n);
+    void holdExactly(const char* s, int n);  // empty buffer, text above kInlineCapacity
     void releaseHeap();
 
     char* m_data;     // m_inline or a malloc'd block of m_cap + 1 bytes
