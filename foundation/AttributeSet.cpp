@@ -12,6 +12,21 @@ namespace {
 
 const uint64_t kMaxBlock = static_cast<uint64_t>(INT_MAX);
 
+// Storage blocks small enough for the small-object pool come from it, so that
+// a tag's attributes cost no malloc; the capacity tells which a block is.
+char* newBlock(uint32_t cap) {
+    return static_cast<char*>(cap <= SmallObjectPool::kMaxBlock ? SmallObjectPool::allocate(cap)
+                                                                : std::malloc(cap));
+}
+
+void freeBlock(char* p, uint32_t cap) {
+    if (cap <= SmallObjectPool::kMaxBlock) {
+        SmallObjectPool::deallocate(p, cap);
+    } else {
+        std::free(p);
+    }
+}
+
 }  // namespace
 
 AttributeSet::AttributeSet()
@@ -25,13 +40,13 @@ AttributeSet& AttributeSet::operator=(const AttributeSet& other) {
 }
 
 AttributeSet::~AttributeSet() {
-    if (m_block != m_inline) std::free(m_block);
+    if (m_block != m_inline) freeBlock(m_block, m_blockCap);
 }
 
 bool AttributeSet::moveToBlock(uint32_t newCap) {
     char* block = m_inline;
     if (newCap > kInlineBytes) {
-        block = static_cast<char*>(std::malloc(newCap));
+        block = newBlock(newCap);
         if (!block) return false;
     } else {
         newCap = kInlineBytes;
@@ -41,7 +56,7 @@ bool AttributeSet::moveToBlock(uint32_t newCap) {
     // move to the end of the new block.
     std::memcpy(block, m_block, static_cast<size_t>(m_count) * sizeof(Entry));
     std::memcpy(block + newCap - m_arenaSize, m_block + m_blockCap - m_arenaSize, m_arenaSize);
-    if (m_block != m_inline) std::free(m_block);
+    if (m_block != m_inline) freeBlock(m_block, m_blockCap);
     m_block = block;
     m_blockCap = newCap;
     return true;
@@ -56,7 +71,7 @@ bool AttributeSet::copyFrom(const AttributeSet& other) {
             block = m_block;  // reuse our own heap block
             cap = m_blockCap;
         } else {
-            block = static_cast<char*>(std::malloc(used));
+            block = newBlock(used);
             if (!block) return false;
             cap = used;
         }
@@ -64,7 +79,7 @@ bool AttributeSet::copyFrom(const AttributeSet& other) {
     std::memcpy(block, other.m_block, static_cast<size_t>(other.m_count) * sizeof(Entry));
     std::memcpy(block + cap - other.m_arenaSize, other.m_block + other.m_blockCap - other.m_arenaSize,
                 other.m_arenaSize);
-    if (m_block != m_inline && m_block != block) std::free(m_block);
+    if (m_block != m_inline && m_block != block) freeBlock(m_block, m_blockCap);
     m_block = block;
     m_blockCap = cap;
     m_arenaSize = other.m_arenaSize;
