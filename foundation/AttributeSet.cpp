@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "foundation/ByteCopy.h"
 #include "foundation/EscapeScan.h"
 #include "foundation/StringBuffer.h"
 #include "foundation/StringFunctions.h"
@@ -114,9 +115,9 @@ bool AttributeSet::addAttributeN(const char* name, int nameLen, const char* valu
     e.nameLen = nl;
     e.valueLen = vl;
     char* w = m_block + m_blockCap - m_arenaSize;
-    if (nl) std::memcpy(w, name, nl);
+    bytecopy::copyRun(w, name, nl);
     w[nl] = '\0';
-    if (vl) std::memcpy(w + nl + 1, value, vl);
+    bytecopy::copyRun(w + nl + 1, value, vl);
     w[nl + 1 + vl] = '\0';
     ++m_count;
     return true;

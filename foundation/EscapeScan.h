@@ -14,6 +14,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "foundation/ByteCopy.h"
+
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
@@ -103,39 +105,7 @@ inline const char* findStop(const char* p, const char* end) {
     return p;
 }
 
-// Copies n bytes from src to dst (no overlap). Names and most runs are short,
-// and a call into the C library's memcpy costs more than the copy itself:
-// up to 32 bytes go as two overlapping fixed-size moves, which read and
-// write exactly [src, src + n) and [dst, dst + n).
-inline void copyRun(char* dst, const char* src, size_t n) {
-    if (n <= 16) {
-        if (n >= 8) {
-            uint64_t head, tail;
-            std::memcpy(&head, src, 8);
-            std::memcpy(&tail, src + n - 8, 8);
-            std::memcpy(dst, &head, 8);
-            std::memcpy(dst + n - 8, &tail, 8);
-        } else if (n >= 4) {
-            uint32_t head, tail;
-            std::memcpy(&head, src, 4);
-            std::memcpy(&tail, src + n - 4, 4);
-            std::memcpy(dst, &head, 4);
-            std::memcpy(dst + n - 4, &tail, 4);
-        } else if (n > 0) {
-            dst[0] = src[0];
-            dst[n / 2] = src[n / 2];
-            dst[n - 1] = src[n - 1];
-        }
-    } else if (n <= 32) {
-        char head[16], tail[16];
-        std::memcpy(head, src, 16);
-        std::memcpy(tail, src + n - 16, 16);
-        std::memcpy(dst, head, 16);
-        std::memcpy(dst + n - 16, tail, 16);
-    } else {
-        std::memcpy(dst, src, n);
-    }
-}
+using bytecopy::copyRun;
 
 // What a byte that stops a run is written as. Values never stop at an
 // apostrophe, so only content asks for "&apos;".

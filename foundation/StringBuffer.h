@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "foundation/ByteCopy.h"
 #include "foundation/SmallObjectPool.h"
 
 class ExtPtrArray;
@@ -36,7 +37,7 @@ public:
             holdExactly(s, n);
             return;
         }
-        std::memcpy(m_inline, s, static_cast<size_t>(n));
+        bytecopy::copyShort(m_inline, s, static_cast<size_t>(n));
         m_inline[n] = '\0';
         m_size = static_cast<uint32_t>(n);
     }
