@@ -122,27 +122,16 @@ TEST(WriterContent, EscapingByRuns) {
 // Byte-by-byte escaping, up to the first NUL for content; attribute values
 // keep a NUL and the apostrophe.
 std::string escapeSlowly(const std::string& text, bool content) {
+    static const char kSpecials[] = "<>\"&'";
+    static const char* const kEntities[] = {"&lt;", "&gt;", "&quot;", "&amp;", "&apos;"};
     std::string out;
     for (char c : text) {
         if (c == '\0' && content) break;
-        switch (c) {
-            case '<':
-                out += "&lt;";
-                break;
-            case '>':
-                out += "&gt;";
-                break;
-            case '"':
-                out += "&quot;";
-                break;
-            case '&':
-                out += "&amp;";
-                break;
-            case '\'':
-                out += content ? "&apos;" : "'";
-                break;
-            default:
-                out += c;
+        const char* special = c ? std::strchr(kSpecials, c) : nullptr;
+        if (special && (c != '\'' || content)) {
+            out += kEntities[special - kSpecials];
+        } else {
+            out += c;
         }
     }
     return out;
@@ -385,56 +374,6 @@ TEST(WriterWalk, MatchesTheRecursiveDefinitionOnRandomTrees) {
         referenceWrite(start, expected, 0, 3);
         EXPECT_TRUE(xml(start, 0, 3) == expected.getString()) << "round " << round;
     }
-}
-
-// ---- depth ------------------------------------------------------------------
-
-int indentOf(int depth) {
-    return 4 * (depth < 50 ? depth : 50);
-}
-
-bool matchesAt(const char* text, size_t& pos, size_t size, const char* piece, size_t len) {
-    if (pos + len > size || std::memcmp(text + pos, piece, len) != 0) return false;
-    pos += len;
-    return true;
-}
-
-bool lineAt(const char* text, size_t& pos, size_t size, int depth, const char* head) {
-    return matchesAt(text, pos, size, kCap.data(), static_cast<size_t>(indentOf(depth))) &&
-           matchesAt(text, pos, size, head, std::strlen(head));
-}
-
-// Far deeper than any call stack would allow; every byte is checked against
-// the rules without building a second copy of the output.
-TEST(WriterDepth, MillionLevelChain) {
-    const int kLevels = 1000000;
-    Tree t("e");
-    TreeNode* node = t.root;
-    for (int i = 1; i < kLevels; ++i)
-        node = TreeNode::createNode(node, "e");
-
-    size_t expectedSize = 0;
-    for (int d = 0; d < kLevels - 1; ++d)
-        expectedSize += 2 + 2 * static_cast<size_t>(indentOf(d)) + 3 + 6;
-    expectedSize += 2 + static_cast<size_t>(indentOf(kLevels - 1)) + 7;  // the leaf
-
-    // Sized up front: the test is about the walk, not about buffer growth.
-    StringBuffer out(static_cast<int>(expectedSize));
-    t.root->createXML(out, 0, 0, true);
-    const char* text = out.getString();
-    const size_t size = static_cast<size_t>(out.getSize());
-    EXPECT_EQ(size, expectedSize);
-
-    size_t pos = 0;
-    bool ok = true;
-    for (int d = 0; ok && d < kLevels - 1; ++d)
-        ok = matchesAt(text, pos, size, "\r\n", 2) && lineAt(text, pos, size, d, "<e>");
-    ok = ok && matchesAt(text, pos, size, "\r\n", 2) &&
-         lineAt(text, pos, size, kLevels - 1, "<e />\r\n");
-    for (int d = kLevels - 2; ok && d >= 0; --d)
-        ok = lineAt(text, pos, size, d, "</e>\r\n");
-    EXPECT_TRUE(ok) << "mismatch at byte " << pos;
-    EXPECT_EQ(pos, size);
 }
 
 }  // namespace
