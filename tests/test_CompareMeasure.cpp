@@ -7,6 +7,7 @@
 #include <string>
 
 #include "bench/compare/CompareMeasure.h"
+#include "tests/TestSupport.h"
 
 namespace {
 
@@ -15,12 +16,6 @@ using benchcompare::countElements;
 using benchcompare::GeoMean;
 using benchcompare::HeapBreakdown;
 using benchcompare::median;
-
-TreeNode* parse(const std::string& text) {
-    TreeNode* root = nullptr;
-    TreeNode::customParseStringN(text.data(), static_cast<int>(text.size()), nullptr, &root, true);
-    return root;
-}
 
 TEST(CompareMeasure, MedianOfOddEvenUnsortedAndEmpty) {
     EXPECT_DOUBLE_EQ(median({5, 1, 3}), 3);
@@ -44,7 +39,7 @@ TEST(CompareMeasure, GeometricMeanSkipsMissingRatios) {
 TEST(CompareMeasure, CountsEveryElementAtAnyDepthAndWidth) {
     EXPECT_EQ(countElements(nullptr), 0u);
 
-    TreeNode* mixed = parse("<a>x<b>t<c/></b>y<b/></a>");
+    TreeNode* mixed = parseText("<a>x<b>t<c/></b>y<b/></a>");
     ASSERT_NE(mixed, nullptr);
     EXPECT_EQ(countElements(mixed), 4u);
     mixed->deleteTree();
@@ -53,7 +48,7 @@ TEST(CompareMeasure, CountsEveryElementAtAnyDepthAndWidth) {
     std::string deep;
     for (int i = 0; i < depth; ++i)
         deep += "<e>";
-    TreeNode* chain = parse(deep);  // left open: the parser closes them at the end
+    TreeNode* chain = parseText(deep);  // left open: the parser closes them at the end
     ASSERT_NE(chain, nullptr);
     EXPECT_EQ(countElements(chain), static_cast<size_t>(depth));
     chain->deleteTree();

@@ -1,24 +1,14 @@
+#include <gtest/gtest.h>
+
 #include <cstdio>
 #include <string>
 #include <vector>
 
-#include <gtest/gtest.h>
-
 #include "foundation/DataBuffer.h"
 #include "foundation/LogBase.h"
+#include "tests/TestSupport.h"
 
 namespace {
-
-struct RecordingLog : LogBase {
-    std::vector<std::string> errors;
-    void logError(const char* m) override { errors.push_back(m); }
-    void logNameValue(const char*, const char*) override {}
-};
-
-std::string bytes(const DataBuffer& d) {
-    return d.getSize() ? std::string(reinterpret_cast<const char*>(d.getData2()), d.getSize())
-                       : std::string();
-}
 
 TEST(DataBuffer, EmptyBufferHasNoData) {
     DataBuffer d;
@@ -30,11 +20,12 @@ TEST(DataBuffer, AppendRemoveAndTake) {
     DataBuffer d;
     d.append("ab\0c", 4);
     d.appendChar(0);
-    EXPECT_EQ(bytes(d), std::string("ab\0c\0", 5));
-    for (int i = 0; i < 3; ++i) d.append(d);  // its own bytes while growing
+    EXPECT_EQ(bytesOf(d), std::string("ab\0c\0", 5));
+    for (int i = 0; i < 3; ++i)
+        d.append(d);  // its own bytes while growing
     EXPECT_EQ(d.getSize(), 40u);
     d.removeHead(3);
-    EXPECT_EQ(bytes(d).substr(0, 4), std::string("c\0ab", 4));
+    EXPECT_EQ(bytesOf(d).substr(0, 4), std::string("c\0ab", 4));
     d.shorten(1);
     EXPECT_EQ(d.getSize(), 36u);
     d.removeHead(100);
@@ -44,28 +35,28 @@ TEST(DataBuffer, AppendRemoveAndTake) {
     src.append("xyz", 3);
     dst.append("old", 3);
     dst.takeData(src);
-    EXPECT_EQ(bytes(dst), "xyz");
+    EXPECT_EQ(bytesOf(dst), "xyz");
     EXPECT_EQ(src.getSize(), 0u);
     EXPECT_EQ(src.getData2(), nullptr);
     src.append("k", 1);  // still usable
     DataBuffer copy(dst);
     copy = src;
-    EXPECT_EQ(bytes(copy), "k");
+    EXPECT_EQ(bytesOf(copy), "k");
 }
 
 TEST(DataBuffer, Base64) {
     DataBuffer d;
     EXPECT_TRUE(d.appendEncoded("SGVs\r\nbG8g\n V29y bGQ=", "base64"));
-    EXPECT_EQ(bytes(d), "Hello World");
+    EXPECT_EQ(bytesOf(d), "Hello World");
     d.clear();
     EXPECT_TRUE(d.appendEncoded("QUJD", "BASE64"));
     EXPECT_TRUE(d.appendEncoded("QUI", "base64"));  // truncated group: 3 symbols, 2 bytes
     EXPECT_TRUE(d.appendEncoded("QQ", "base64"));   // 2 symbols, 1 byte
     EXPECT_TRUE(d.appendEncoded("Q", "base64"));    // 1 symbol, nothing
-    EXPECT_EQ(bytes(d), "ABCABA");
+    EXPECT_EQ(bytesOf(d), "ABCABA");
     d.clear();
     EXPECT_TRUE(d.appendEncoded("AP8A/w==garbage", "base64"));  // stops at '='
-    EXPECT_EQ(bytes(d), std::string("\x00\xff\x00\xff", 4));
+    EXPECT_EQ(bytesOf(d), std::string("\x00\xff\x00\xff", 4));
     EXPECT_FALSE(d.appendEncoded("QUJD", "hex"));
 }
 
@@ -82,7 +73,7 @@ TEST(DataBuffer, LoadFile) {
     RecordingLog log;
     DataBuffer d;
     ASSERT_TRUE(d.loadFileUtf8(path, &log));
-    EXPECT_EQ(bytes(d), content);
+    EXPECT_EQ(bytesOf(d), content);
 
     f = std::fopen(path, "wb");  // now empty
     std::fclose(f);
@@ -92,10 +83,10 @@ TEST(DataBuffer, LoadFile) {
 
     d.append("keep", 4);
     EXPECT_FALSE(d.loadFileUtf8(path, &log));
-    EXPECT_EQ(bytes(d), "keep");
-    ASSERT_EQ(log.errors.size(), 1u);
-    EXPECT_NE(log.errors[0].find(path), std::string::npos);
-    EXPECT_NE(log.errors[0].find("No such file"), std::string::npos);
+    EXPECT_EQ(bytesOf(d), "keep");
+    ASSERT_EQ(log.lines.size(), 1u);
+    EXPECT_NE(log.lines[0].find(path), std::string::npos);
+    EXPECT_NE(log.lines[0].find("No such file"), std::string::npos);
     EXPECT_FALSE(d.loadFileUtf8("/tmp", nullptr));
 }
 

@@ -1,25 +1,17 @@
+#include <gtest/gtest.h>
+
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "foundation/DataBuffer.h"
 #include "foundation/EncodingConvert.h"
 #include "foundation/LogBase.h"
+#include "tests/TestSupport.h"
 
 namespace {
 
-struct RecordingLog : LogBase {
-    std::vector<std::string> errors;
-    void logError(const char* m) override { errors.push_back(m); }
-    void logNameValue(const char*, const char*) override {}
-};
-
-const unsigned char* U(const char* s) { return reinterpret_cast<const unsigned char*>(s); }
-
-std::string bytes(const DataBuffer& d) {
-    return d.getSize() ? std::string(reinterpret_cast<const char*>(d.getData2()), d.getSize())
-                       : std::string();
+const unsigned char* U(const char* s) {
+    return reinterpret_cast<const unsigned char*>(s);
 }
 
 // "<a>é€" in UTF-8
@@ -32,19 +24,21 @@ TEST(EncodingConvert, Utf16WithAndWithoutMark) {
     const char be[] = "\xFE\xFF\0<\0a\0>\0\xE9\x20\xAC";
     DataBuffer out;
     EXPECT_TRUE(conv.EncConvert(1200, 65001, U(le), 12, out, log));
-    EXPECT_EQ(bytes(out), kUtf8);
+    EXPECT_EQ(bytesOf(out), kUtf8);
     out.clear();
     EXPECT_TRUE(conv.EncConvert(1201, 65001, U(be), 12, out, log));
-    EXPECT_EQ(bytes(out), kUtf8);
+    EXPECT_EQ(bytesOf(out), kUtf8);
     out.clear();
     EXPECT_TRUE(conv.EncConvert(1200, 65001, U(le) + 2, 10, out, log));
-    EXPECT_EQ(bytes(out), kUtf8);
+    EXPECT_EQ(bytesOf(out), kUtf8);
     // Appends after what is there; a long text goes through several chunks.
     std::string big;
-    for (int i = 0; i < 20000; ++i) big.append("\xE9\0", 2);
-    EXPECT_TRUE(conv.EncConvert(1200, 65001, U(big.data()), static_cast<unsigned>(big.size()), out, log));
+    for (int i = 0; i < 20000; ++i)
+        big.append("\xE9\0", 2);
+    EXPECT_TRUE(
+        conv.EncConvert(1200, 65001, U(big.data()), static_cast<unsigned>(big.size()), out, log));
     EXPECT_EQ(out.getSize(), kUtf8.size() + 40000);
-    EXPECT_TRUE(log.errors.empty());
+    EXPECT_TRUE(log.lines.empty());
 }
 
 TEST(EncodingConvert, SingleByteCharsets) {
@@ -52,34 +46,44 @@ TEST(EncodingConvert, SingleByteCharsets) {
     RecordingLog log;
     DataBuffer out;
     EXPECT_TRUE(conv.ChConvert2("iso-8859-1", 65001, U("caf\xE9"), 4, out, log));
-    EXPECT_EQ(bytes(out), "caf\xC3\xA9");
+    EXPECT_EQ(bytesOf(out), "caf\xC3\xA9");
     out.clear();
     EXPECT_TRUE(conv.ChConvert2("windows-1252", 65001, U("\x80\x93"), 2, out, log));
-    EXPECT_EQ(bytes(out), "\xE2\x82\xAC\xE2\x80\x9C");
+    EXPECT_EQ(bytesOf(out), "\xE2\x82\xAC\xE2\x80\x9C");
     out.clear();
     EXPECT_TRUE(conv.EncConvert(1252, 65001, U("\x80"), 1, out, log));
-    EXPECT_EQ(bytes(out), "\xE2\x82\xAC");
-    EXPECT_TRUE(log.errors.empty());
+    EXPECT_EQ(bytesOf(out), "\xE2\x82\xAC");
+    EXPECT_TRUE(log.lines.empty());
 }
 
 TEST(EncodingConvert, BadInputIsReportedAndReplaced) {
     EncodingConvert conv;
     RecordingLog log;
     DataBuffer out;
-    EXPECT_FALSE(conv.ChConvert2("utf-8", 65001, U("ab\xFF" "cd"), 5, out, log));
-    EXPECT_EQ(bytes(out), "ab\xEF\xBF\xBD" "cd");
-    ASSERT_EQ(log.errors.size(), 1u);
-    EXPECT_NE(log.errors[0].find("utf-8"), std::string::npos);
-    EXPECT_NE(log.errors[0].find("offset 2"), std::string::npos);
+    EXPECT_FALSE(conv.ChConvert2("utf-8", 65001,
+                                 U("ab\xFF"
+                                   "cd"),
+                                 5, out, log));
+    EXPECT_EQ(bytesOf(out),
+              "ab\xEF\xBF\xBD"
+              "cd");
+    ASSERT_EQ(log.lines.size(), 1u);
+    EXPECT_NE(log.lines[0].find("utf-8"), std::string::npos);
+    EXPECT_NE(log.lines[0].find("offset 2"), std::string::npos);
 
     // A lone surrogate in UTF-16 is skipped as one unit; what follows stays aligned.
     out.clear();
-    EXPECT_FALSE(conv.EncConvert(1200, 65001, U("a\0\x00\xD8" "b\0"), 6, out, log));
-    EXPECT_EQ(bytes(out), "a\xEF\xBF\xBD" "b");
+    EXPECT_FALSE(conv.EncConvert(1200, 65001,
+                                 U("a\0\x00\xD8"
+                                   "b\0"),
+                                 6, out, log));
+    EXPECT_EQ(bytesOf(out),
+              "a\xEF\xBF\xBD"
+              "b");
     // Odd byte count: the incomplete last unit.
     out.clear();
     EXPECT_FALSE(conv.EncConvert(1201, 65001, U("\0a\0"), 3, out, log));
-    EXPECT_EQ(bytes(out), "a\xEF\xBF\xBD");
+    EXPECT_EQ(bytesOf(out), "a\xEF\xBF\xBD");
 }
 
 TEST(EncodingConvert, UnknownNames) {
@@ -89,8 +93,8 @@ TEST(EncodingConvert, UnknownNames) {
     EXPECT_FALSE(conv.ChConvert2("no-such-charset", 65001, U("abc"), 3, out, log));
     EXPECT_FALSE(conv.EncConvert(424242, 65001, U("abc"), 3, out, log));
     EXPECT_EQ(out.getSize(), 0u);
-    ASSERT_EQ(log.errors.size(), 2u);
-    EXPECT_NE(log.errors[0].find("no-such-charset"), std::string::npos);
+    ASSERT_EQ(log.lines.size(), 2u);
+    EXPECT_NE(log.lines[0].find("no-such-charset"), std::string::npos);
 
     EXPECT_TRUE(CharsetNaming::CharsetValid("iso-8859-1"));
     EXPECT_TRUE(CharsetNaming::CharsetValid("utf-16"));

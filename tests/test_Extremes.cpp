@@ -11,18 +11,11 @@
 #include <cstring>
 #include <string>
 
-#include "xmltree/TreeNode.h"
+#include "tests/TestSupport.h"
 
 namespace {
 
 constexpr int kMillion = 1000000;
-
-TreeNode* parse(const std::string& text) {
-    TreeNode* root = nullptr;
-    EXPECT_TRUE(TreeNode::customParseStringN(text.data(), static_cast<int>(text.size()), nullptr,
-                                             &root, true));
-    return root;
-}
 
 bool endsWith(const StringBuffer& sb, const char* tail) {
     size_t n = std::strlen(tail);
@@ -63,7 +56,7 @@ TEST(Extremes, MillionDeepDocument) {
         text += "<a>";
     for (int i = 0; i < kMillion; ++i)
         text += "</a>";
-    TreeNode* root = parse(text);
+    TreeNode* root = parseText(text);
     ASSERT_NE(root, nullptr);
 
     int depth = 1;
@@ -125,7 +118,7 @@ void expectOrdered(TreeNode* parent, bool byTag, bool ascending) {
 }
 
 TEST(Extremes, MillionSiblings) {
-    TreeNode* root = parse(wideDocument(kMillion));
+    TreeNode* root = parseText(wideDocument(kMillion));
     ASSERT_NE(root, nullptr);
     ASSERT_EQ(root->getNumChildren(), kMillion);
     EXPECT_STREQ(root->getChild(kMillion - 1)->getTag(), "t81");  // 999999 * 7919 % 1000
@@ -157,7 +150,7 @@ TEST(Extremes, HundredThousandAttributes) {
         text += " a" + std::to_string(i) + "=\"" + std::to_string(i * 3) + "\"";
     }
     text += ">x</r>";
-    TreeNode* root = parse(text);
+    TreeNode* root = parseText(text);
     ASSERT_NE(root, nullptr);
     ASSERT_EQ(root->getNumAttributes(), kCount);
     StringBuffer value;
@@ -182,7 +175,7 @@ TEST(Extremes, HundredMegabyteContent) {
     for (int i = 0; i < kSize / 10; ++i)
         text += "abcdefghij";
     text += "</r>";
-    TreeNode* root = parse(text);
+    TreeNode* root = parseText(text);
     ASSERT_NE(root, nullptr);
     ASSERT_EQ(root->getContentSize(), kSize);
     EXPECT_EQ(std::memcmp(root->getContent() + kSize - 10, "abcdefghij", 10), 0);

@@ -1,48 +1,21 @@
 // Replays the operations and decoding fuzzers' seed corpora and saved
 // regression inputs through the same checks the fuzzers run.
 
-#include <dirent.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
-#include <algorithm>
-#include <fstream>
-#include <sstream>
+#include <cstdint>
 #include <string>
 #include <vector>
 
 #include "fuzz/decode_check.h"
 #include "fuzz/ops_program.h"
+#include "tests/TestSupport.h"
 
 namespace {
 
 const std::string kFuzzDir = std::string(XMLTREE_TEST_DATA_DIR) + "/../../fuzz/";
 
-// Regular files only, sorted, so a failure names the same input every run.
-std::vector<std::string> filesIn(const std::string& dir) {
-    std::vector<std::string> out;
-    if (DIR* d = opendir(dir.c_str())) {
-        while (dirent* e = readdir(d)) {
-            std::string path = dir + e->d_name;
-            struct stat st;
-            if (e->d_name[0] == '.' || stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode))
-                continue;
-            out.push_back(path);
-        }
-        closedir(d);
-    }
-    std::sort(out.begin(), out.end());
-    return out;
-}
-
-std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-
-const uint8_t* bytesOf(const std::string& s) {
+const uint8_t* dataOf(const std::string& s) {
     return reinterpret_cast<const uint8_t*>(s.data());
 }
 
@@ -55,7 +28,7 @@ class OpsReplay : public ::testing::Test {
         for (const std::string& path : filesIn(dir)) {
             std::string program = readFile(path);
             try {
-                opsfuzz::runProgram(bytesOf(program), program.size());
+                opsfuzz::runProgram(dataOf(program), program.size());
             } catch (const opsfuzz::CheckFailure& e) {
                 ADD_FAILURE() << path << ": " << e.what();
             }
@@ -124,7 +97,7 @@ TEST_F(OpsReplay, CheckerSeesBrokenSiblingLinks) {
 void replayDecode(const std::string& dir) {
     for (const std::string& path : filesIn(dir)) {
         std::string bytes = readFile(path);
-        EXPECT_EQ(decodefuzz::check(bytesOf(bytes), bytes.size()), "") << path;
+        EXPECT_EQ(decodefuzz::check(dataOf(bytes), bytes.size()), "") << path;
     }
 }
 
@@ -149,10 +122,9 @@ TEST(DecodeReplay, Utf16InputLeavesUtf8InTheBuffer) {
     ASSERT_TRUE(TreeNode::customParseData2(bytes, nullptr, log, &root, true));
     ASSERT_NE(root, nullptr);
     EXPECT_STREQ(root->getContent(), "\xc3\xa9");
-    std::string text(reinterpret_cast<const char*>(bytes.getData2()), bytes.getSize());
-    EXPECT_NE(text.find("<r>\xc3\xa9</r>"), std::string::npos);
+    EXPECT_NE(bytesOf(bytes).find("<r>\xc3\xa9</r>"), std::string::npos);
     root->deleteTree();
-    EXPECT_EQ(decodefuzz::check(bytesOf(doc), doc.size()), "");
+    EXPECT_EQ(decodefuzz::check(dataOf(doc), doc.size()), "");
 }
 
 }  // namespace
