@@ -309,33 +309,4 @@ TEST(SmallObjectPool, RunningOutOfSlabs) {
     worker.join();
 }
 
-// A tree built on one thread and destroyed on another: every object of it
-// goes back through the pool on the second thread.
-TEST(SmallObjectPool, TreeBuiltOnOneThreadDiesOnAnother) {
-    TreeNode* root = nullptr;
-    std::thread builder([&] {
-        root = TreeNode::createRoot("root");
-        ASSERT_NE(root, nullptr);
-        for (int i = 0; i < 20000; ++i) {
-            TreeNode* child =
-                TreeNode::createNode2(root, "item", "some content longer than the inline room");
-            ASSERT_NE(child, nullptr);
-            child->addAttribute("id", "value");
-        }
-    });
-    builder.join();
-    ASSERT_NE(root, nullptr);
-    std::thread killer([&] {
-        EXPECT_EQ(root->getNumChildren(), 20000);
-        EXPECT_STREQ(root->getChild(19999)->getContent(),
-                     "some content longer than the inline room");
-        root->deleteTree();
-    });
-    killer.join();
-    TreeNode* again = TreeNode::createRoot("again");
-    ASSERT_NE(again, nullptr);
-    EXPECT_STREQ(again->getTag(), "again");
-    again->deleteTree();
-}
-
 }  // namespace

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -100,8 +101,9 @@ TEST(ThreadSafety, TreesBuiltOnOneThreadAreDestroyedOnAnother) {
     for (int t = 0; t < kThreads; ++t) {
         builders.emplace_back([t, &made] {
             for (int i = 0; i < kTrees; ++i) {
-                std::string doc =
-                    "<r n=\"" + std::to_string(t * kTrees + i) + "\"><a>x</a><b/></r>";
+                // Long enough that the content leaves the node for a block of its own.
+                std::string doc = "<r n=\"" + std::to_string(t * kTrees + i) +
+                                  "\"><a>some content longer than the inline room</a><b/></r>";
                 TreeNode* root = nullptr;
                 TreeNode::customParseStringN(doc.data(), static_cast<int>(doc.size()), nullptr,
                                              &root, true);
@@ -135,6 +137,11 @@ TEST(ThreadSafety, TreesBuiltOnOneThreadAreDestroyedOnAnother) {
         th.join();
     for (int t = 0; t < kThreads; ++t)
         EXPECT_EQ(wrong[t], 0) << "thread " << t;
+    // The builders have ended: their memory still serves this thread.
+    TreeNode* again = TreeNode::createRoot("again");
+    ASSERT_NE(again, nullptr);
+    EXPECT_STREQ(again->getTag(), "again");
+    again->deleteTree();
 }
 
 // Children that each carry kThreads keys, as attributes k0..k3 and as record
@@ -181,11 +188,17 @@ bool ordered(TreeNode* root, int key, bool ascending) {
     return true;
 }
 
-// Runs every keyed sort on this thread's own key, many times, checking each.
-int keyedSorts(int key, int rounds) {
+// Runs every keyed sort on this thread's own key, many times, checking each;
+// with `ready`, only once every thread has its tree, so that the sorts overlap.
+int keyedSorts(int key, int rounds, std::atomic<int>* ready = nullptr) {
     const std::string attr = "k" + std::to_string(key);
     const std::string field = "f" + std::to_string(key);
     TreeNode* root = keyedTree();
+    if (ready) {
+        ++*ready;
+        while (*ready < kThreads)
+            std::this_thread::yield();
+    }
     int wrong = 0;
     for (int i = 0; i < rounds; ++i) {
         long asc = i & 1;
@@ -208,9 +221,10 @@ int keyedSorts(int key, int rounds) {
 TEST(ThreadSafety, KeyedSortsOnFourThreadsEachSeeTheirOwnKey) {
     constexpr int kRounds = 60;
     int wrong[kThreads] = {};
+    std::atomic<int> ready{0};
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([t, &wrong] { wrong[t] = keyedSorts(t, kRounds); });
+        threads.emplace_back([t, &wrong, &ready] { wrong[t] = keyedSorts(t, kRounds, &ready); });
     }
     for (std::thread& th : threads)
         th.join();

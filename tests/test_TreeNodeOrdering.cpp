@@ -1,10 +1,7 @@
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <memory>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "xmltree/TreeNode.h"
 
@@ -98,51 +95,6 @@ TEST(Sort, RecordFieldsAsIntegerTextAndAttribute) {
         EXPECT_EQ(order(c->getChild(i), 'c'), "zzz " + std::string(c->getChild(i)->getTag()) +
                                                   " 0 2 1");  // grandchildren untouched
     }
-}
-
-// Every thread sorts its own tree by its own field and attribute, whose
-// values run opposite to those of the other threads' keys: a key written by
-// another thread shows as a wrong order. Trees are made before the threads
-// start, as tree creation is single-threaded.
-TEST(Sort, KeyedSortsOnFourThreadsUseTheirOwnKeys) {
-    const int kThreads = 4;
-    const int kRecords = 1000;
-    std::vector<Tree> trees;
-    for (int t = 0; t < kThreads; ++t) {
-        trees.emplace_back(TreeNode::createRoot("r"));
-        for (int i = 0; i < kRecords; ++i) {
-            TreeNode* rec = add(trees[t].get(), "rec");
-            for (int o = 0; o < kThreads; ++o) {
-                std::string v = std::to_string(o == t ? i : 1000 - i);
-                add(rec, ("f" + std::to_string(o)).c_str(), v.c_str());
-                rec->addAttribute(("a" + std::to_string(o)).c_str(), v.c_str());
-            }
-        }
-    }
-    std::vector<int> failures(kThreads, 0);
-    std::atomic<int> ready{0};
-    auto work = [&](int t) {
-        std::string field = "f" + std::to_string(t), attr = "a" + std::to_string(t);
-        TreeNode* root = trees[t].get();
-        for (++ready; ready < kThreads;)
-            std::this_thread::yield();  // overlap the sorts
-        for (int round = 0; round < 20; ++round) {
-            root->sortRecordsByContentInt(field.c_str(), round % 2);
-            root->sortByAttributeInt(attr.c_str(), 0);  // increasing
-            for (int i = 0; i < kRecords; ++i) {
-                TreeNode* rec = root->getChild(i);
-                if (!rec->hasAttributeWithValue(attr.c_str(), std::to_string(i).c_str())) {
-                    ++failures[t];
-                }
-            }
-        }
-    };
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t)
-        threads.emplace_back(work, t);
-    for (auto& th : threads)
-        th.join();
-    EXPECT_EQ(failures, std::vector<int>(kThreads, 0));
 }
 
 TEST(InsertAscending, PlacesByTagThenContent) {
