@@ -1,6 +1,6 @@
-#include <string>
-
 #include <gtest/gtest.h>
+
+#include <string>
 
 #include "foundation/DataBuffer.h"
 #include "foundation/ParseEngine.h"
@@ -38,67 +38,53 @@ TEST(ParseEngine, TextPointerFollowsAppends) {
     EXPECT_STREQ(empty.textPtr, "");
 }
 
+// One capture from `at`: what it appends after what `out` held, and where
+// the cursor stops (-1: on the end of the text).
+struct Capture {
+    const char* text;
+    int at;
+    void (ParseEngine::*scan)(const char*, StringBuffer&);
+    const char* delimiters;
+    const char* captured;
+    int stop;
+};
+
+const char kTag[] = "name attr=\"v\" x='w'/>";
+const char kLine[] = "abc def\r\nrest";
+// Delimiters from each quarter of the byte range, with bytes next to them
+// that must not stop the scan.
+const char kBytes[] = "ab?>=\x7F\x7E@~\xC3\xA9\xFF\xFE";
+
+const Capture kCaptures[] = {
+    {kTag, 0, &ParseEngine::captureToNext, " \t\r\n/>", "name", 4},
+    {kTag, 4, &ParseEngine::captureToNext, " \t\r\n/>", "", 4},  // already on a delimiter
+    {kTag, 5, &ParseEngine::captureToNext7, " \t\r\n=/>", "attr", 9},
+    {kTag, 11, &ParseEngine::captureToNext2, "\"\"", "v", 12},
+    {kTag, 17, &ParseEngine::captureToNext2, "'\"", "w", 18},
+    {kTag, 18, &ParseEngine::captureToNext5, "\"'\r\n\n", "", 18},
+    {kLine, 0, &ParseEngine::captureToNext5, "\"'\r\n\n", "abc def", 7},
+    {kLine, 13, &ParseEngine::captureToNext7, " \t\"'\r\n\n", "", -1},  // at the end: nothing
+    {kBytes, 0, &ParseEngine::captureToNext7, "@", "ab?>=\x7F\x7E", 7},
+    {kBytes, 7, &ParseEngine::captureToNext5, "\xFF~", "@", 8},
+    {kBytes, 9, &ParseEngine::captureToNext, "\xFF", "\xC3\xA9", 11},
+    {kBytes, 11, &ParseEngine::captureToNext, "", "\xFF\xFE", -1},  // no delimiters
+};
+
 TEST(ParseEngine, CapturesStopBeforeDelimiter) {
-    Engine pe("name attr=\"v\" x='w'/>");
-    StringBuffer out("keep:");
-    pe.captureToNext(" \t\r\n/>", out);
-    EXPECT_STREQ(out.getString(), "keep:name");
-    EXPECT_EQ(pe.cursor, 4);
-    pe.captureToNext(" \t\r\n/>", out);  // already on a delimiter
-    EXPECT_EQ(pe.cursor, 4);
-    EXPECT_STREQ(out.getString(), "keep:name");
-
-    pe.cursor = 5;
-    out.clear();
-    pe.captureToNext7(" \t\r\n=/>", out);
-    EXPECT_STREQ(out.getString(), "attr");
-    EXPECT_EQ(pe.currentChar(), '=');
-    pe.cursor += 2;
-    out.clear();
-    pe.captureToNext2("\"\"", out);
-    EXPECT_STREQ(out.getString(), "v");
-    EXPECT_EQ(pe.currentChar(), '"');
-    pe.cursor = 17;
-    out.clear();
-    pe.captureToNext2("'\"", out);
-    EXPECT_STREQ(out.getString(), "w");
-    EXPECT_EQ(pe.cursor, 18);
-    out.clear();
-    pe.captureToNext5("\"'\r\n\n", out);
-    EXPECT_EQ(pe.cursor, 18);
-
-    Engine line("abc def\r\nrest");
-    out.clear();
-    line.captureToNext5("\"'\r\n\n", out);
-    EXPECT_STREQ(out.getString(), "abc def");
-    EXPECT_EQ(line.currentChar(), '\r');
-    out.clear();
+    for (const Capture& c : kCaptures) {
+        SCOPED_TRACE(std::string(c.text) + " from " + std::to_string(c.at));
+        Engine pe(c.text, c.at);
+        StringBuffer out("keep:");
+        (pe.*c.scan)(c.delimiters, out);
+        EXPECT_EQ(std::string(out.getString()), std::string("keep:") + c.captured);
+        EXPECT_EQ(pe.cursor, c.stop < 0 ? pe.textBuf.getSize() : c.stop);
+        EXPECT_EQ(pe.atEnd(), c.stop < 0);
+    }
+    Engine line(kLine, 7);
+    StringBuffer out;
     line.captureToNextChar('!', out);  // not found: the rest, cursor on the NUL
     EXPECT_STREQ(out.getString(), "\r\nrest");
-    EXPECT_EQ(line.cursor, line.textBuf.getSize());
     EXPECT_TRUE(line.atEnd());
-    line.captureToNext7(" \t\"'\r\n\n", out);  // at the end: nothing happens
-    EXPECT_EQ(line.cursor, line.textBuf.getSize());
-}
-
-TEST(ParseEngine, DelimiterSetsCoverEveryByteValue) {
-    // Delimiters from each quarter of the byte range, and bytes next to them
-    // that must not stop the scan.
-    Engine pe("ab?>=\x7F\x7E@~\xC3\xA9\xFF\xFE");
-    StringBuffer out;
-    pe.captureToNext7("@", out);
-    EXPECT_STREQ(out.getString(), "ab?>=\x7F\x7E");
-    out.clear();
-    pe.captureToNext5("\xFF~", out);
-    EXPECT_STREQ(out.getString(), "@");
-    pe.cursor += 1;
-    out.clear();
-    pe.captureToNext("\xFF", out);
-    EXPECT_STREQ(out.getString(), "\xC3\xA9");
-    out.clear();
-    pe.captureToNext("", out);  // no delimiters: runs to the end
-    EXPECT_STREQ(out.getString(), "\xFF\xFE");
-    EXPECT_TRUE(pe.atEnd());
 }
 
 TEST(ParseEngine, EmbeddedNulEndsScans) {
