@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -47,6 +48,13 @@ inline std::string childTags(TreeNode* node) {
         out += (i ? "," : "") + std::string(node->getChild(i)->getTag());
     }
     return out;
+}
+
+// Deletes the whole tree when the root goes out of scope.
+using Tree = std::unique_ptr<TreeNode>;
+
+inline TreeNode* add(TreeNode* parent, const char* tag, const char* content = nullptr) {
+    return TreeNode::createNode2(parent, tag, content);
 }
 
 // A root with one child per letter of `names`, each tagged and filled with

@@ -1,18 +1,11 @@
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <string>
 #include <vector>
 
-#include "xmltree/TreeNode.h"
+#include "tests/TreeCheck.h"
 
 namespace {
-
-using Tree = std::unique_ptr<TreeNode>;
-
-TreeNode* add(TreeNode* parent, const char* tag, const char* content = nullptr) {
-    return TreeNode::createNode2(parent, tag, content);
-}
 
 // Document order r, p1{ q2{ t3 }, t4 }, t5, s6{ t7 }; breadth-first
 // r, p1, t5, s6, q2, t4, t7, t3.

@@ -1,17 +1,10 @@
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <string>
 
-#include "xmltree/TreeNode.h"
+#include "tests/TreeCheck.h"
 
 namespace {
-
-using Tree = std::unique_ptr<TreeNode>;
-
-TreeNode* add(TreeNode* parent, const char* tag, const char* content = nullptr) {
-    return TreeNode::createNode2(parent, tag, content);
-}
 
 // The children's tags (or attribute "v", or contents) in array order; also
 // checks that the sibling links follow the array both ways.

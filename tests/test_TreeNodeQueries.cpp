@@ -1,16 +1,8 @@
 #include <gtest/gtest.h>
 
-#include <memory>
-
-#include "xmltree/TreeNode.h"
+#include "tests/TreeCheck.h"
 
 namespace {
-
-using Tree = std::unique_ptr<TreeNode>;
-
-TreeNode* add(TreeNode* parent, const char* tag, const char* content = nullptr) {
-    return TreeNode::createNode2(parent, tag, content);
-}
 
 TEST(ChildLookups, ExactTagsMissingTextIsEmptyAndCountsStayInRange) {
     Tree root(TreeNode::createRoot("r"));
