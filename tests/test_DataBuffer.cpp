@@ -10,14 +10,10 @@
 
 namespace {
 
-TEST(DataBuffer, EmptyBufferHasNoData) {
-    DataBuffer d;
-    EXPECT_EQ(d.getData2(), nullptr);
-    EXPECT_EQ(d.getSize(), 0u);
-}
-
 TEST(DataBuffer, AppendRemoveAndTake) {
     DataBuffer d;
+    EXPECT_EQ(d.getData2(), nullptr);  // empty: no data at all
+    EXPECT_EQ(d.getSize(), 0u);
     d.append("ab\0c", 4);
     d.appendChar(0);
     EXPECT_EQ(bytesOf(d), std::string("ab\0c\0", 5));

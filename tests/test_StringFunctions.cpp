@@ -1,9 +1,9 @@
+#include <gtest/gtest.h>
+
 #include <chrono>
 #include <random>
 #include <string>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "foundation/StringFunctions.h"
 
@@ -25,20 +25,12 @@ TEST(StringFunctions, CaseInsensitiveCompareAndSearch) {
     EXPECT_EQ(stristr(nullptr, "x"), nullptr);
 }
 
-TEST(StringFunctions, WildcardLanguage) {
-    EXPECT_TRUE(wildcardMatch("", "", true));
-    EXPECT_TRUE(wildcardMatch("", "*", true));
-    EXPECT_FALSE(wildcardMatch("", "?", true));
-    EXPECT_TRUE(wildcardMatch("abc", "a*c", true));
-    EXPECT_TRUE(wildcardMatch("ac", "a*c", true));
-    EXPECT_TRUE(wildcardMatch("abcbc", "*bc", true));
-    EXPECT_FALSE(wildcardMatch("abcb", "*bc", true));
-    EXPECT_TRUE(wildcardMatch("abc", "?b?", true));
-    EXPECT_FALSE(wildcardMatch("abcd", "?b?", true));  // whole text must match
-    EXPECT_TRUE(wildcardMatch("mississippi", "m*iss*pi", true));
-    EXPECT_FALSE(wildcardMatch("mississippi", "m*iss*ip", true));
+// Patterns over lower-case letters, case-sensitive, are checked against the
+// reference below; these are the rest.
+TEST(StringFunctions, WildcardCaseAndNulls) {
     EXPECT_FALSE(wildcardMatch("ABC", "abc", true));
     EXPECT_TRUE(wildcardMatch("ABC", "a?c", false));
+    EXPECT_TRUE(wildcardMatch("mIsSiSsIpPi", "M*ISS*PI", false));
     EXPECT_FALSE(wildcardMatch("abc", nullptr, true));
     EXPECT_TRUE(wildcardMatch(nullptr, "*", true));
 }
@@ -46,7 +38,8 @@ TEST(StringFunctions, WildcardLanguage) {
 TEST(StringFunctions, WildcardHasNoExponentialBacktracking) {
     std::string text(10000, 'a');
     std::string pattern;
-    for (int i = 0; i < 30; ++i) pattern += "*a";
+    for (int i = 0; i < 30; ++i)
+        pattern += "*a";
     pattern += "b";  // never matches, forcing the worst case
     auto start = std::chrono::steady_clock::now();
     EXPECT_FALSE(wildcardMatch(text.c_str(), pattern.c_str(), true));
@@ -61,7 +54,8 @@ TEST(StringFunctions, WildcardHasNoExponentialBacktracking) {
 bool referenceMatch(const std::string& t, const std::string& p) {
     std::vector<std::vector<char>> m(t.size() + 1, std::vector<char>(p.size() + 1, 0));
     m[0][0] = 1;
-    for (size_t j = 1; j <= p.size(); ++j) m[0][j] = p[j - 1] == '*' && m[0][j - 1];
+    for (size_t j = 1; j <= p.size(); ++j)
+        m[0][j] = p[j - 1] == '*' && m[0][j - 1];
     for (size_t i = 1; i <= t.size(); ++i) {
         for (size_t j = 1; j <= p.size(); ++j) {
             const char pc = p[j - 1];
@@ -78,7 +72,8 @@ TEST(StringFunctions, WildcardAgreesWithReference) {
     std::mt19937 rng(7);
     auto randomText = [&](const char* alphabet, int maxLen) {
         std::string s(rng() % (maxLen + 1), ' ');
-        for (char& c : s) c = alphabet[rng() % std::char_traits<char>::length(alphabet)];
+        for (char& c : s)
+            c = alphabet[rng() % std::char_traits<char>::length(alphabet)];
         return s;
     };
     for (int i = 0; i < 20000; ++i) {
