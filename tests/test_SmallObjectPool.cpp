@@ -178,9 +178,8 @@ TEST(SmallObjectPool, TrimReturnsWholeFreeSlabs) {
         EXPECT_TRUE(intact(kept));
         give(kept);
         // Memory handed back is not on the lists any more: new blocks are sound.
-        for (int i = 0; i < 1000; ++i)
-            blocks[i] = take(88);
         for (int i = 0; i < 1000; ++i) {
+            blocks[i] = take(88);
             fill(blocks[i]);
         }
         for (int i = 0; i < 1000; ++i) {
