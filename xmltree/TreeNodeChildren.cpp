@@ -201,12 +201,12 @@ void removeMatching(TreeNode* self, const char* wanted, TextOf text) {
 
 }  // namespace
 
-void TreeNode::removeChild(const char* tag) {
-    removeMatching(this, tag, tagText);
+void TreeNode::removeChild(const char* tagName) {
+    removeMatching(this, tagName, tagText);
 }
 
-void TreeNode::removeChildWithContent(const char* content) {
-    removeMatching(this, content, contentText);
+void TreeNode::removeChildWithContent(const char* contentValue) {
+    removeMatching(this, contentValue, contentText);
 }
 
 void TreeNode::moveUpChildWithContent(const char* wanted) {

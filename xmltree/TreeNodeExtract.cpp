@@ -94,14 +94,14 @@ void TreeNode::accumulateContent(StringBuffer& out, const char* skipTags) {
     TreeExtract::accumulate(this, nullptr, out, skipTags);
 }
 
-void TreeNode::accumulateTagContent(const char* tag, StringBuffer& out, const char* skipTags) {
-    if (tag) TreeExtract::accumulate(this, tag, out, skipTags);
+void TreeNode::accumulateTagContent(const char* tagName, StringBuffer& out, const char* skipTags) {
+    if (tagName) TreeExtract::accumulate(this, tagName, out, skipTags);
 }
 
-void TreeNode::collectTagContent(const char* tag, StringConsumer* consumer) {
-    if (!tag || !consumer) return;
+void TreeNode::collectTagContent(const char* tagName, StringConsumer* consumer) {
+    if (!tagName || !consumer) return;
     walkBreadthFirst(this, [&](TreeNode* n) {
-        if (TreeExtract::sameTag(n, tag)) {
+        if (TreeExtract::sameTag(n, tagName)) {
             const char* text = TreeExtract::contentText(n);
             if (text) consumer->consumeString(text);
         }

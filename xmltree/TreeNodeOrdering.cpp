@@ -293,22 +293,23 @@ TreeNode* TreeOrdering::insertSorted(TreeNode* parent, TreeNode* node, const cha
     return parent->appendChild2(node, 1007) ? node : nullptr;
 }
 
-TreeNode* TreeNode::insertAscending(const char* tag, const char* content) {
-    if (!tag) return nullptr;
-    TreeNode* node = new (std::nothrow) TreeNode(tag, content, 0);
+TreeNode* TreeNode::insertAscending(const char* tagName, const char* contentValue) {
+    if (!tagName) return nullptr;
+    TreeNode* node = new (std::nothrow) TreeNode(tagName, contentValue, 0);
     if (!node) return nullptr;
     if (!children) children = new (std::nothrow) ExtPtrArray(5, 5);
     // Only a node of a tree can take a child; one refused here would belong
     // to nobody, so it goes at once.
-    TreeNode* placed = children ? TreeOrdering::insertSorted(this, node, tag, content) : nullptr;
+    TreeNode* placed =
+        children ? TreeOrdering::insertSorted(this, node, tagName, contentValue) : nullptr;
     if (!placed) delete node;
     return placed;
 }
 
-TreeNode* TreeNode::checkInsertAscending(const char* tag, StringPair* pair) {
-    TreeNode* existing = getChild(tag, pair);
+TreeNode* TreeNode::checkInsertAscending(const char* tagName, StringPair* pair) {
+    TreeNode* existing = getChild(tagName, pair);
     if (existing) return existing;
-    TreeNode* node = insertAscending(tag, nullptr);
+    TreeNode* node = insertAscending(tagName, nullptr);
     if (node && pair) node->addAttribute(pair->getKey(), pair->getValue());
     return node;
 }

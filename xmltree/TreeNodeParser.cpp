@@ -192,13 +192,13 @@ inline int matchEntity(const char* p, char& out) {
 // tree under construction.
 class TreeParser {
   public:
-    TreeParser(ParseEngine& engine, LogBase* log, ProgressMonitor* monitor, bool trim)
+    TreeParser(ParseEngine& engine, LogBase* logger, ProgressMonitor* progress, bool trimWs)
         : e(engine),
           t(engine.textPtr),
           textEnd(engine.textPtr + engine.getTextSize()),
-          log(log),
-          monitor(monitor),
-          trim(trim),
+          log(logger),
+          monitor(progress),
+          trim(trimWs),
           docType(2000),
           processing(2000) {}
     ~TreeParser() { releasePending(); }
@@ -275,14 +275,14 @@ void TreeParser::decodeEntities(StringBuffer& sb, int from) {
     // object owns, and only bytes already in it are rewritten (the text can
     // only shrink).
     char* base = const_cast<char*>(sb.getString());
-    char* p = static_cast<char*>(std::memchr(base + from, '&', size - from));
+    char* p = static_cast<char*>(std::memchr(base + from, '&', static_cast<size_t>(size - from)));
     if (!p) return;
     char* end = base + size;
     char* w = p;
     while (p < end) {
-        char* amp = static_cast<char*>(std::memchr(p, '&', end - p));
+        char* amp = static_cast<char*>(std::memchr(p, '&', static_cast<size_t>(end - p)));
         if (!amp) amp = end;
-        if (w != p) std::memmove(w, p, amp - p);
+        if (w != p) std::memmove(w, p, static_cast<size_t>(amp - p));
         w += amp - p;
         p = amp;
         if (p == end) break;
@@ -299,7 +299,8 @@ void TreeParser::decodeEntities(StringBuffer& sb, int from) {
 }
 
 void TreeParser::decodeIfAmp(StringBuffer& sb, int from) {
-    if (from < sb.getSize() && std::memchr(sb.getString() + from, '&', sb.getSize() - from)) {
+    if (from < sb.getSize() &&
+        std::memchr(sb.getString() + from, '&', static_cast<size_t>(sb.getSize() - from))) {
         decodeEntities(sb, from);
     }
 }
@@ -419,7 +420,7 @@ void TreeParser::appendText(const char* run, int len) {
         if (from != 0) sb->appendChar(' ');
         sb->appendN(run, len);
     }
-    if (std::memchr(run, '&', len)) decodeEntities(*sb, from);
+    if (std::memchr(run, '&', static_cast<size_t>(len))) decodeEntities(*sb, from);
 }
 
 TreeParser::Step TreeParser::dispatch(const char*& pos) {

@@ -79,79 +79,81 @@ class TreeQueries {
 
 // ---- child lookups ----------------------------------------------------------
 
-bool TreeNode::hasChildWithTag(const char* tag) {
-    if (!tag) return false;
-    return TreeQueries::firstChild(this, [&](TreeNode* k) { return TreeQueries::hasTag(k, tag); });
+bool TreeNode::hasChildWithTag(const char* tagName) {
+    if (!tagName) return false;
+    return TreeQueries::firstChild(this,
+                                   [&](TreeNode* k) { return TreeQueries::hasTag(k, tagName); });
 }
 
-bool TreeNode::hasChildWithContent(const char* content) {
-    if (!content) return false;
+bool TreeNode::hasChildWithContent(const char* contentValue) {
+    if (!contentValue) return false;
     return TreeQueries::firstChild(
-        this, [&](TreeNode* k) { return TreeQueries::hasContent(k, content); });
+        this, [&](TreeNode* k) { return TreeQueries::hasContent(k, contentValue); });
 }
 
-bool TreeNode::hasChildWithTagAndContent(const char* tag, const char* content) {
-    if (!tag || !content) return false;
+bool TreeNode::hasChildWithTagAndContent(const char* tagName, const char* contentValue) {
+    if (!tagName || !contentValue) return false;
     return TreeQueries::firstChild(this, [&](TreeNode* k) {
-        return TreeQueries::hasTag(k, tag) && TreeQueries::hasContent(k, content);
+        return TreeQueries::hasTag(k, tagName) && TreeQueries::hasContent(k, contentValue);
     });
 }
 
-int TreeNode::numChildrenHavingTag(const char* tag) {
-    if (!tag || !children) return 0;
+int TreeNode::numChildrenHavingTag(const char* tagName) {
+    if (!tagName || !children) return 0;
     void** slots = children->getItems();
     int count = children->getSize();
     int found = 0;
     for (int i = 0; i < count; ++i) {
         TreeNode* kid = static_cast<TreeNode*>(slots[i]);
-        if (kid && TreeQueries::hasTag(kid, tag)) ++found;
+        if (kid && TreeQueries::hasTag(kid, tagName)) ++found;
     }
     return found;
 }
 
-TreeNode* TreeNode::getNthChildWithTag(int n, const char* tag) {
-    if (!tag) return nullptr;
-    return TreeQueries::nthChild(this, n, [&](TreeNode* k) { return TreeQueries::hasTag(k, tag); });
-}
-
-TreeNode* TreeNode::getNthChildWithContent(int n, const char* content) {
-    if (!content) return nullptr;
+TreeNode* TreeNode::getNthChildWithTag(int n, const char* tagName) {
+    if (!tagName) return nullptr;
     return TreeQueries::nthChild(this, n,
-                                 [&](TreeNode* k) { return TreeQueries::hasContent(k, content); });
+                                 [&](TreeNode* k) { return TreeQueries::hasTag(k, tagName); });
 }
 
-TreeNode* TreeNode::getNthChildExact(int n, const char* tag, const char* content) {
-    if (!tag) return nullptr;
-    const char* wanted = content ? content : "";
+TreeNode* TreeNode::getNthChildWithContent(int n, const char* contentValue) {
+    if (!contentValue) return nullptr;
+    return TreeQueries::nthChild(
+        this, n, [&](TreeNode* k) { return TreeQueries::hasContent(k, contentValue); });
+}
+
+TreeNode* TreeNode::getNthChildExact(int n, const char* tagName, const char* contentValue) {
+    if (!tagName) return nullptr;
+    const char* wanted = contentValue ? contentValue : "";
     return TreeQueries::nthChild(this, n, [&](TreeNode* k) {
-        return TreeQueries::hasTag(k, tag) && TreeQueries::hasContent(k, wanted);
+        return TreeQueries::hasTag(k, tagName) && TreeQueries::hasContent(k, wanted);
     });
 }
 
-TreeNode* TreeNode::getChild(const char* tag, StringPair* pair) {
-    if (!tag) return nullptr;
+TreeNode* TreeNode::getChild(const char* tagName, StringPair* pair) {
+    if (!tagName) return nullptr;
     return TreeQueries::firstChild(this, [&](TreeNode* k) {
-        if (!TreeQueries::hasTag(k, tag)) return false;
+        if (!TreeQueries::hasTag(k, tagName)) return false;
         if (!pair) return true;
         const AttributeSet* attrs = TreeQueries::attributes(k);
         return attrs && attrs->hasAttrWithValue(pair->getKey(), pair->getValue());
     });
 }
 
-TreeNode* TreeNode::getChildWithAttr(const char* tag, const char* name, const char* value) {
-    if (!tag) return nullptr;
+TreeNode* TreeNode::getChildWithAttr(const char* tagName, const char* name, const char* value) {
+    if (!tagName) return nullptr;
     return TreeQueries::firstChild(this, [&](TreeNode* k) {
         const AttributeSet* attrs = TreeQueries::attributes(k);
-        return TreeQueries::hasTag(k, tag) && attrs && attrs->hasMatchingAttribute(name, value);
+        return TreeQueries::hasTag(k, tagName) && attrs && attrs->hasMatchingAttribute(name, value);
     });
 }
 
 // Only a record's first field of the tag is its key: a later child with the
 // same tag is data, not the key.
-TreeNode* TreeNode::nextMatchingRecord(const char* tag, const char* pattern) {
-    if (!tag) return nullptr;
+TreeNode* TreeNode::nextMatchingRecord(const char* tagName, const char* pattern) {
+    if (!tagName) return nullptr;
     for (TreeNode* record = this; record; record = record->nextSibling) {
-        TreeNode* field = record->getChild(tag, nullptr);
+        TreeNode* field = record->getChild(tagName, nullptr);
         if (field && wildcardMatch(TreeQueries::contentText(field), pattern, true)) return record;
     }
     return nullptr;
@@ -159,16 +161,17 @@ TreeNode* TreeNode::nextMatchingRecord(const char* tag, const char* pattern) {
 
 // ---- subtree searches --------------------------------------------------------
 
-TreeNode* TreeNode::searchForTag(TreeNode* after, const char* tag) {
-    if (!tag) return nullptr;
+TreeNode* TreeNode::searchForTag(TreeNode* after, const char* tagName) {
+    if (!tagName) return nullptr;
     return TreeQueries::search(this, after,
-                               [&](TreeNode* n) { return TreeQueries::hasTag(n, tag); });
+                               [&](TreeNode* n) { return TreeQueries::hasTag(n, tagName); });
 }
 
-TreeNode* TreeNode::searchForMatchingNode(TreeNode* after, const char* tag, const char* pattern) {
-    if (!tag) return nullptr;
+TreeNode* TreeNode::searchForMatchingNode(TreeNode* after, const char* tagName,
+                                          const char* pattern) {
+    if (!tagName) return nullptr;
     return TreeQueries::search(this, after, [&](TreeNode* n) {
-        return TreeQueries::hasTag(n, tag) &&
+        return TreeQueries::hasTag(n, tagName) &&
                wildcardMatch(TreeQueries::contentText(n), pattern, true);
     });
 }
@@ -179,21 +182,22 @@ TreeNode* TreeNode::searchAllForMatchingNode(TreeNode* after, const char* patter
     });
 }
 
-TreeNode* TreeNode::searchForAttribute(TreeNode* after, const char* tag, const char* name,
+TreeNode* TreeNode::searchForAttribute(TreeNode* after, const char* tagName, const char* name,
                                        const char* value) {
-    if (!tag) return nullptr;
+    if (!tagName) return nullptr;
     return TreeQueries::search(this, after, [&](TreeNode* n) {
         const AttributeSet* attrs = TreeQueries::attributes(n);
-        return TreeQueries::hasTag(n, tag) && attrs && attrs->hasMatchingAttribute(name, value);
+        return TreeQueries::hasTag(n, tagName) && attrs && attrs->hasMatchingAttribute(name, value);
     });
 }
 
-TreeNode* TreeNode::searchExactAttrAndContent(TreeNode* after, const char* tag, const char* name,
-                                              const char* value, const char* content) {
-    if (!tag) return nullptr;
+TreeNode* TreeNode::searchExactAttrAndContent(TreeNode* after, const char* tagName,
+                                              const char* name, const char* value,
+                                              const char* contentValue) {
+    if (!tagName) return nullptr;
     return TreeQueries::search(this, after, [&](TreeNode* n) {
         const AttributeSet* attrs = TreeQueries::attributes(n);
-        return TreeQueries::hasTag(n, tag) && attrs && attrs->hasAttrWithValue(name, value) &&
-               n->contentEquals(content, true);
+        return TreeQueries::hasTag(n, tagName) && attrs && attrs->hasAttrWithValue(name, value) &&
+               n->contentEquals(contentValue, true);
     });
 }

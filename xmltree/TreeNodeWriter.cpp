@@ -28,9 +28,9 @@ const char kMissingName[] = "nothing";
 const char kCdataOpen[] = "<![CDATA[";
 const char kCdataClose[] = "]]>";
 
-template <int N>
+template <std::size_t N>
 void appendLit(StringBuffer& out, const char (&text)[N]) {
-    out.appendN(text, N - 1);
+    out.appendN(text, static_cast<int>(N - 1));
 }
 
 // Room for the deepest indentation written in whole 16-byte blocks.
@@ -336,8 +336,9 @@ void TreeWriter::writeDeclaration(TreeNode* root, StringBuffer& out) {
 bool TreeWriter::push(TreeNode* node, int depth) {
     if (m_size == m_cap) {
         const int newCap = m_cap * 2;
-        void* block = m_frames == m_inline ? std::malloc(sizeof(Frame) * newCap)
-                                           : std::realloc(m_frames, sizeof(Frame) * newCap);
+        void* block = m_frames == m_inline
+                          ? std::malloc(sizeof(Frame) * static_cast<size_t>(newCap))
+                          : std::realloc(m_frames, sizeof(Frame) * static_cast<size_t>(newCap));
         if (!block) return false;  // out of memory: the subtree is left unfinished
         if (m_frames == m_inline) std::memcpy(block, m_inline, sizeof(m_inline));
         m_frames = static_cast<Frame*>(block);
