@@ -4,8 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "foundation/ByteCopy.h"
-#include "foundation/EscapeScan.h"
+#include "foundation/ByteScan.h"
 #include "foundation/StringBuffer.h"
 #include "foundation/StringFunctions.h"
 
@@ -115,9 +114,9 @@ bool AttributeSet::addAttributeN(const char* name, int nameLen, const char* valu
     e.nameLen = nl;
     e.valueLen = vl;
     char* w = m_block + m_blockCap - m_arenaSize;
-    bytecopy::copyRun(w, name, nl);
+    bytescan::copyRun(w, name, nl);
     w[nl] = '\0';
-    bytecopy::copyRun(w + nl + 1, value, vl);
+    bytescan::copyRun(w + nl + 1, value, vl);
     w[nl + 1 + vl] = '\0';
     ++m_count;
     return true;
@@ -223,18 +222,18 @@ void AttributeSet::appendXml(StringBuffer& out) const {
         const Entry& e = entry[i];
         later -= static_cast<uint64_t>(e.nameLen) + e.valueLen + 4;
         *w++ = ' ';
-        escapescan::copyRun(w, namePtr(e), e.nameLen);
+        bytescan::copyRun(w, namePtr(e), e.nameLen);
         w += e.nameLen;
         *w++ = '=';
         *w++ = '"';
         const char* p = valuePtr(e);
         const char* const end = p + e.valueLen;
         for (;;) {
-            const char* stop = escapescan::findStop<false>(p, end);
-            escapescan::copyRun(w, p, static_cast<size_t>(stop - p));
+            const char* stop = bytescan::findStop<false>(p, end);
+            bytescan::copyRun(w, p, static_cast<size_t>(stop - p));
             w += stop - p;
             if (stop == end) break;
-            const escapescan::Entity entity = escapescan::entityFor(*stop);
+            const bytescan::Entity entity = bytescan::entityFor(*stop);
             p = stop + 1;
             const uint64_t needNow = entity.len + static_cast<uint64_t>(end - p) + 1 + later;
             if (static_cast<uint64_t>(lim - w) < needNow) {
@@ -243,7 +242,7 @@ void AttributeSet::appendXml(StringBuffer& out) const {
                 if (!w) return;
                 lim = w + (out.getCapacity() - out.getSize());
             }
-            escapescan::copyRun(w, entity.text, entity.len);
+            bytescan::copyRun(w, entity.text, entity.len);
             w += entity.len;
         }
         *w++ = '"';

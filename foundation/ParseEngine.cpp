@@ -3,6 +3,7 @@
 #include <climits>
 #include <cstring>
 
+#include "foundation/ByteScan.h"
 #include "foundation/DataBuffer.h"
 
 ParseEngine::ParseEngine() : textPtr(nullptr), cursor(0) { syncPtr(); }
@@ -41,14 +42,9 @@ void ParseEngine::captureToNext2(const char* delimiters, StringBuffer& out) {
     const char* start = textPtr + cursor;
     const char d0 = delimiters ? delimiters[0] : '\0';
     const char d1 = d0 ? delimiters[1] : '\0';
-    const char* p;
-    if (d1 == '\0' || d1 == d0) {
-        p = ParseEngine::findCharOrEnd(start, d0);
-    } else {
-        p = start;
-        for (char c = *p; c != d0 && c != d1 && c != '\0'; c = *++p) {
-        }
-    }
+    const char* p = d1 == '\0' || d1 == d0
+                        ? bytescan::findCharOrEnd(start, d0)
+                        : bytescan::findEither(start, textPtr + getTextSize(), d0, d1);
     captureSpan(start, static_cast<int>(p - start), out);
 }
 
@@ -62,20 +58,18 @@ void ParseEngine::captureToNext7(const char* delimiters, StringBuffer& out) {
 
 void ParseEngine::captureToNextChar(char c, StringBuffer& out) {
     const char* start = textPtr + cursor;
-    captureSpan(start, static_cast<int>(ParseEngine::findCharOrEnd(start, c) - start), out);
+    captureSpan(start, static_cast<int>(bytescan::findCharOrEnd(start, c) - start), out);
 }
 
 void ParseEngine::skipUntilChar(char c) {
     const char* start = textPtr + cursor;
-    cursor += static_cast<int>(ParseEngine::findCharOrEnd(start, c) - start);
+    cursor += static_cast<int>(bytescan::findCharOrEnd(start, c) - start);
 }
 
 bool ParseEngine::skipUntilChar2(char first, char second) {
-    const char* p = textPtr + cursor;
-    char c = *p;
-    while (c != first && c != second && c != '\0') c = *++p;
+    const char* p = bytescan::findEither(textPtr + cursor, textPtr + getTextSize(), first, second);
     cursor = static_cast<int>(p - textPtr);
-    return c != '\0' && c == first;
+    return *p != '\0' && *p == first;
 }
 
 bool ParseEngine::seekAndSkipExact(const char* s) {

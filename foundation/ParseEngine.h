@@ -60,17 +60,6 @@ public:
     // returns false. Quotes are not treated specially.
     bool seekAndCopyToClosing(char open, char close, int depth, StringBuffer& out);
 
-    // First c at or after p, or the NUL that ends the text.
-    static const char* findCharOrEnd(const char* p, char c) {
-        if (c == '\0') return p + std::strlen(p);
-#if defined(__GLIBC__)
-        return strchrnul(p, c);
-#else
-        const char* q = std::strchr(p, c);
-        return q ? q : p + std::strlen(p);
-#endif
-    }
-
     // Helpers.
     int getTextSize() const { return textBuf.getSize(); }
     char currentChar() const { return textPtr[cursor]; }

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <new>
 
+#include "foundation/ByteScan.h"
 #include "foundation/ExtPtrArray.h"
 #include "foundation/SmallObjectPool.h"
 #include "foundation/StringFunctions.h"
@@ -85,16 +86,6 @@ char* resizeBlock(char* p, uint32_t cap, uint32_t newCap, uint32_t keep) {
     freeBlock(p, cap);
     return block;
 }
-
-// Nearly every name is already clean, so the check is one table look-up per byte.
-struct NameByteTable {
-    bool keep[256];
-    constexpr NameByteTable() : keep() {
-        for (int c = 0; c < 256; ++c)
-            keep[c] = StringBuffer::isXmlNameByte(static_cast<unsigned char>(c));
-    }
-};
-constexpr NameByteTable kNameBytes;
 
 }  // namespace
 
@@ -486,7 +477,8 @@ void StringBuffer::trim2() {
 int StringBuffer::cleanXmlTagPrefix(const char* p, int n) {
     const unsigned char* q = reinterpret_cast<const unsigned char*>(p);
     int i = 0;
-    while (i < n && kNameBytes.keep[q[i]]) ++i;
+    while (i < n && bytescan::isNameByte(q[i]))
+        ++i;
     return i;
 }
 
@@ -498,7 +490,7 @@ void StringBuffer::removeInvalidXmlTagChars() {
     char* w = data + i;
     for (++i; i < size; ++i) {
         const char c = data[i];
-        if (kNameBytes.keep[static_cast<unsigned char>(c)]) *w++ = c;
+        if (bytescan::isNameByte(static_cast<unsigned char>(c))) *w++ = c;
     }
     m_size = static_cast<uint32_t>(w - data);
     data[m_size] = '\0';

@@ -12,7 +12,9 @@
 //   subtree membership walks                      TreeNodeWalks.cpp
 //   swapping                                      TreeNodeSwap.cpp
 //   prolog and style sheets                       TreeNodeProlog.cpp
-//   markup parser and parse entry points          TreeNodeParser.cpp
+//   markup parser (main loop)                     TreeNodeParser.cpp
+//   markup declarations and prolog branches       TreeNodeMarkup.cpp
+//   parse entry points                            TreeNodeParseEntry.cpp
 //   input decoding                                TreeNodeDecode.cpp
 //   XML writer                                    TreeNodeWriter.cpp
 //   content extraction                            TreeNodeExtract.cpp

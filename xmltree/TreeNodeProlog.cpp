@@ -1,9 +1,15 @@
 // The document prolog kept in TreeInfo: the XML declaration node, the
 // DOCTYPE and processing texts, and the style-sheet declaration nodes.
 // Every operation works on the record shared by the whole tree, so any node
-// of a tree may be used to reach it.
+// of a tree may be used to reach it. Also style-sheet declarations given as
+// text.
 
+#include <strings.h>
+
+#include "foundation/ByteScan.h"
 #include "xmltree/TreeNode.h"
+
+using bytescan::skipWs;
 
 namespace {
 
@@ -117,4 +123,34 @@ void TreeNode::appendStyleInfoToString(StringBuffer& out) {
         sheet->attributes->appendXml(out);
         out.appendN(kPrologLineEnd, sizeof(kPrologLineEnd) - 1);
     }
+}
+
+// ---- style-sheet text input -------------------------------------------------
+
+bool TreeNode::addStyleSheet(const char* text, LogBase& log) {
+    if (!text) return false;
+    ParseEngine engine;
+    engine.append(text);
+    engine.skipUntilChar('<');
+    const char* t = engine.textPtr;
+    int& c = engine.cursor;
+    if (t[c] != '<') return false;
+    ++c;
+    skipWs(t, c);
+    if (t[c] == '\0') return false;
+    if (strncasecmp(t + c, "?xml-stylesheet ", 15) != 0) return false;
+    StringBuffer name;
+    engine.captureToNext(" \t\r\n/>", name);
+    skipWs(t, c);
+    if (t[c] == '/') ++c;
+    TreeNode* node = createRoot(name.getString());
+    ExtPtrArray list;
+    if (node) list.append(node);
+    parsePrologLineAttr(engine, node, &log);
+    if (treeInfo) {
+        transferStyleSheets(list, treeInfo->styleSheets);
+    } else if (node) {
+        delete node;  // nothing keeps a declaration for a node outside any tree
+    }
+    return true;
 }

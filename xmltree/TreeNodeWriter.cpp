@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "foundation/EscapeScan.h"
+#include "foundation/ByteScan.h"
 #include "xmltree/TreeNode.h"
 
 namespace {
@@ -58,7 +58,7 @@ class Sink {
 
     void put(char c) { *m_w++ = c; }
     void put(const char* p, size_t n) {
-        escapescan::copyRun(m_w, p, n);
+        bytescan::copyRun(m_w, p, n);
         m_w += n;
     }
     template <size_t N>
@@ -105,10 +105,10 @@ void putEscaped(Sink& sink, const char* text, size_t len) {
     const char* p = text;
     const char* const end = text + len;
     for (;;) {
-        const char* stop = escapescan::findStop<true>(p, end);
+        const char* stop = bytescan::findStop<true>(p, end);
         sink.put(p, static_cast<size_t>(stop - p));
         if (stop == end || *stop == '\0') return;
-        const escapescan::Entity entity = escapescan::entityFor(*stop);
+        const bytescan::Entity entity = bytescan::entityFor(*stop);
         p = stop + 1;
         if (!sink.room(entity.len + static_cast<size_t>(end - p))) return;
         sink.put(entity.text, entity.len);

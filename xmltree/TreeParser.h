@@ -1,0 +1,100 @@
+#ifndef XMLTREE_TREEPARSER_H
+#define XMLTREE_TREEPARSER_H
+
+// Internal to the library: the state of one customParse call, shared by the
+// main loop (TreeNodeParser.cpp) and the branches for CDATA sections,
+// declarations and processing instructions (TreeNodeMarkup.cpp).
+
+#include "xmltree/TreeNode.h"
+
+// The steps of the main loop are folded into it, so that the cursor stays in
+// a register across a whole element; left as calls they cost about a tenth
+// of the parse time.
+#if defined(__GNUC__)
+#define XMLTREE_HOT_STEP inline __attribute__((always_inline))
+#else
+#define XMLTREE_HOT_STEP inline
+#endif
+
+// State of one customParse call. The prolog items it collects belong to it
+// until a finished root takes them; everything else it makes belongs to the
+// tree under construction.
+class TreeParser {
+  public:
+    TreeParser(ParseEngine& engine, LogBase* logger, ProgressMonitor* progress, bool trimWs)
+        : e(engine),
+          t(engine.textPtr),
+          textEnd(engine.textPtr + engine.getTextSize()),
+          log(logger),
+          monitor(progress),
+          trim(trimWs),
+          docType(2000),
+          processing(2000) {}
+    ~TreeParser() { releasePending(); }
+
+    bool run(TreeNode** outRoot);
+
+    // Decodes the five predefined references in sb from byte `from` on, in
+    // place. Numeric and unknown references stay as written.
+    static void decodeEntities(StringBuffer& sb, int from);
+    static void decodeIfAmp(StringBuffer& sb, int from);
+
+  private:
+    enum Step { kLoop, kDispatch, kCdata, kStop, kFail };
+
+    // The hot steps move a cursor the caller keeps in a local pointer, so
+    // that it stays in a register rather than being reloaded after every
+    // store into a buffer; the rare ones go through the engine's cursor.
+    XMLTREE_HOT_STEP Step loopTop(const char*& pos);
+    XMLTREE_HOT_STEP Step textRun(const char*& pos);
+    XMLTREE_HOT_STEP Step dispatch(const char*& pos);
+    XMLTREE_HOT_STEP Step openingTag(const char*& pos);
+    XMLTREE_HOT_STEP Step closingTag(const char*& pos);
+    Step viaEngine(const char*& pos, Step (TreeParser::*step)());
+    XMLTREE_HOT_STEP TreeNode* newChild(const char* name, int len);
+    TreeNode* newElement(const char* name, int len);
+    struct PendingAttr {
+        const char* name;
+        int nameLen;
+        const char* value;
+        int valueLen;
+        int decodedAt;  // offset of the value in `decoded`, or -1 (it is in the text)
+    };
+    XMLTREE_HOT_STEP const char* attribute(const char* p, TreeNode* node);
+    XMLTREE_HOT_STEP const char* scanValue(const char* p, PendingAttr& a);
+    void flushAttributes(TreeNode* node);
+    Step cdataSection();
+    Step bangDeclaration();
+    Step processingInstruction();
+    void closeCurrent();
+    void appendText(const char* run, int len);
+    void finishRoot(TreeNode* r, bool deletePrevious);
+    void finish(TreeNode** outRoot);
+    void releaseAll();
+    void releasePending();
+    TreeNode* topOf(TreeNode* n) const;
+
+    ParseEngine& e;
+    const char* t;        // the engine's text; the parse never changes it
+    const char* textEnd;  // its terminating NUL
+    LogBase* log;
+    ProgressMonitor* monitor;
+    bool trim;
+
+    TreeNode* cur = nullptr;
+    TreeNode* completed = nullptr;
+    TreeNode* decl = nullptr;
+    ExtPtrArray sheets;
+    StringBuffer docType;
+    StringBuffer processing;
+    StringBuffer wsRun;
+    StringBuffer tagBuf;
+    StringBuffer nameBuf;
+    StringBuffer valueBuf;
+    StringBuffer decoded;
+    static constexpr int kMaxPending = 32;
+    PendingAttr pending[kMaxPending] = {};
+    int numPending = 0;
+};
+
+#endif
