@@ -1,10 +1,12 @@
 #include "foundation/AttributeSet.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
 
 #include "foundation/ByteScan.h"
+#include "foundation/MemoryHook.h"
 #include "foundation/StringBuffer.h"
 #include "foundation/StringFunctions.h"
 
@@ -16,14 +18,14 @@ const uint64_t kMaxBlock = static_cast<uint64_t>(INT_MAX);
 // a tag's attributes cost no malloc; the capacity tells which a block is.
 char* newBlock(uint32_t cap) {
     return static_cast<char*>(cap <= SmallObjectPool::kMaxBlock ? SmallObjectPool::allocate(cap)
-                                                                : std::malloc(cap));
+                                                                : xmltree::mem::allocate(cap));
 }
 
 void freeBlock(char* p, uint32_t cap) {
     if (cap <= SmallObjectPool::kMaxBlock) {
         SmallObjectPool::deallocate(p, cap);
     } else {
-        std::free(p);
+        xmltree::mem::release(p);
     }
 }
 
@@ -212,7 +214,11 @@ void AttributeSet::appendXml(StringBuffer& out) const {
     // reserved at once and written in place; an entity makes room for itself
     // and everything after it.
     const uint64_t need = static_cast<uint64_t>(m_arenaSize) + 2 * static_cast<uint64_t>(m_count);
-    if (need > kMaxBlock - 8) return;
+    if (out.hasFailed()) return;
+    if (need > kMaxBlock - 8) {
+        out.markFailed();
+        return;
+    }
     char* w = out.writableTail(static_cast<int>(need));
     if (!w) return;
     char* lim = w + (out.getCapacity() - out.getSize());
@@ -238,6 +244,10 @@ void AttributeSet::appendXml(StringBuffer& out) const {
             const uint64_t needNow = entity.len + static_cast<uint64_t>(end - p) + 1 + later;
             if (static_cast<uint64_t>(lim - w) < needNow) {
                 out.commitTail(w);
+                if (needNow > kMaxBlock) {
+                    out.markFailed();
+                    return;
+                }
                 w = out.writableTail(static_cast<int>(needNow));
                 if (!w) return;
                 lim = w + (out.getCapacity() - out.getSize());
@@ -250,11 +260,18 @@ void AttributeSet::appendXml(StringBuffer& out) const {
     out.commitTail(w);
 }
 
-bool AttributeSet::reserveExact(int count, std::size_t textBytes) {
+bool AttributeSet::reserve(int count, std::size_t textBytes) {
     if (count <= 0) return true;
     const uint64_t needed = static_cast<uint64_t>(usedBytes()) +
                             static_cast<uint64_t>(count) * (sizeof(Entry) + 2) + textBytes;
     if (needed <= m_blockCap) return true;
     if (needed > kMaxBlock) return false;
-    return moveToBlock(static_cast<uint32_t>(needed));
+    uint64_t newCap = needed;
+    if (m_count > 0) newCap = std::min(std::max(needed, uint64_t{2} * m_blockCap), kMaxBlock);
+    return moveToBlock(static_cast<uint32_t>(newCap));
+}
+
+void AttributeSet::shrinkToFit() {
+    const uint32_t used = usedBytes();
+    if (m_block != m_inline && used < m_blockCap) moveToBlock(used);
 }

@@ -66,11 +66,15 @@ public:
     int indexOf(const char* name) const;            // -1 when absent or name is null
 
     // Makes room for `count` more pairs holding `textBytes` bytes of names and
-    // values (terminators not counted), exactly, so that adding them moves
-    // nothing. False, with the set unchanged, when memory runs out.
-    bool reserveExact(int count, std::size_t textBytes);
+    // values (terminators not counted), so that adding them moves nothing:
+    // exactly for an empty set, geometrically for one that already holds
+    // pairs, so that many calls stay linear. False, with the set unchanged,
+    // when memory runs out.
+    bool reserve(int count, std::size_t textBytes);
+    // Gives back spare room of a heap block (when memory allows).
+    void shrinkToFit();
 
-private:
+  private:
     struct Entry {
         uint32_t nameOff;  // distance from the block's end back to the name; value follows its NUL
         uint32_t nameLen;

@@ -1,14 +1,15 @@
 #include "foundation/DataBuffer.h"
 
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
-#include <sys/stat.h>
-
 #include "foundation/LogBase.h"
+#include "foundation/MemoryHook.h"
 #include "foundation/StringBuffer.h"
 #include "foundation/StringFunctions.h"
 
@@ -33,9 +34,13 @@ DataBuffer::DataBuffer(const DataBuffer& other) : DataBuffer() { append(other); 
 DataBuffer& DataBuffer::operator=(const DataBuffer& other) {
     if (this != &other) {
         if (other.m_size > m_cap) {
-            unsigned char* block = static_cast<unsigned char*>(std::malloc(other.m_size));
-            if (!block) return *this;  // out of memory: unchanged
-            std::free(m_data);
+            unsigned char* block =
+                static_cast<unsigned char*>(xmltree::mem::allocate(other.m_size));
+            if (!block) {
+                setFailed();  // out of memory: unchanged
+                return *this;
+            }
+            xmltree::mem::release(m_data);
             m_data = block;
             m_cap = other.m_size;
         }
@@ -45,26 +50,31 @@ DataBuffer& DataBuffer::operator=(const DataBuffer& other) {
     return *this;
 }
 
-DataBuffer::~DataBuffer() { std::free(m_data); }
+DataBuffer::~DataBuffer() {
+    xmltree::mem::release(m_data);
+}
 
 bool DataBuffer::growTo(unsigned int neededCap) {
+    if (neededCap == 0) return setFailed();
     if (neededCap <= m_cap) return true;
     unsigned int newCap = (m_cap <= UINT32_MAX / 2) ? m_cap * 2 : UINT32_MAX;
     if (newCap < neededCap) newCap = neededCap;
     if (newCap < 64) newCap = 64;
-    unsigned char* block = static_cast<unsigned char*>(std::realloc(m_data, newCap));
-    if (!block) return false;
+    unsigned char* block = static_cast<unsigned char*>(xmltree::mem::reallocate(m_data, newCap));
+    if (!block) return setFailed();
     m_data = block;
     m_cap = newCap;
     return true;
 }
 
-bool DataBuffer::reserve(unsigned int totalBytes) { return growTo(totalBytes); }
+bool DataBuffer::reserve(unsigned int totalBytes) {
+    return totalBytes == 0 || growTo(totalBytes);
+}
 
 bool DataBuffer::append(const void* bytes, unsigned int n) {
     if (n == 0) return true;
     if (!bytes) return false;
-    if (n > UINT32_MAX - m_size) return false;
+    if (n > UINT32_MAX - m_size) return setFailed();
     const unsigned char* src = static_cast<const unsigned char*>(bytes);
     // The bytes may be our own, which growing can move.
     const uintptr_t up = reinterpret_cast<uintptr_t>(src);
@@ -86,8 +96,8 @@ bool DataBuffer::appendEncoded(const char* text, const char* encoding) {
     const unsigned char* p = reinterpret_cast<const unsigned char*>(text);
     const size_t len = std::strlen(text);
     // Every 4 symbols give at most 3 bytes.
-    if (len / 4 * 3 + 3 > UINT32_MAX - m_size || !growTo(m_size + static_cast<unsigned int>(len / 4 * 3 + 3)))
-        return false;
+    if (len / 4 * 3 + 3 > UINT32_MAX - m_size) return setFailed();
+    if (!growTo(m_size + static_cast<unsigned int>(len / 4 * 3 + 3))) return false;
     unsigned char* w = m_data + m_size;
     uint32_t acc = 0;
     int have = 0;
@@ -132,10 +142,12 @@ void DataBuffer::shorten(unsigned int n) { m_size = (n >= m_size) ? 0 : m_size -
 
 void DataBuffer::takeData(DataBuffer& other) {
     if (&other == this) return;
-    std::free(m_data);
+    xmltree::mem::release(m_data);
     m_data = other.m_data;
     m_size = other.m_size;
     m_cap = other.m_cap;
+    m_failed = other.m_failed;
+    other.m_failed = false;
     other.m_data = nullptr;
     other.m_size = 0;
     other.m_cap = 0;
@@ -156,7 +168,8 @@ bool DataBuffer::loadFileUtf8(const char* path, LogBase* log) {
                 msg.append(std::strerror(err));
                 msg.append(")");
             }
-            log->logError(msg.getString());
+            // Out of memory, the message may not fit: the cause alone then.
+            log->logError(msg.hasFailed() ? what : msg.getString());
         }
         return false;
     };
@@ -192,7 +205,8 @@ bool DataBuffer::loadFileUtf8(const char* path, LogBase* log) {
             if (c == EOF) break;
             if (!loaded.appendChar(static_cast<unsigned char>(c))) {
                 std::fclose(f);
-                return fail("Out of memory reading file", 0);
+                return fail(loaded.m_size == ~0u ? "File too large" : "Out of memory reading file",
+                            0);
             }
             continue;
         }

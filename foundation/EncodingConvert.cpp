@@ -155,7 +155,8 @@ bool EncodingConvert::ChConvert3(const char* fromCharset, const char* toCharset,
                                 : iconv(cd, nullptr, nullptr, &o, &oLeft);
         const int err = (r == static_cast<size_t>(-1)) ? errno : 0;
         if (o != chunk && !out.append(chunk, static_cast<unsigned int>(o - chunk))) {
-            log.logError("Out of memory converting character set");
+            // The output's failure mark tells the caller; a parse reports it
+            // once, as it reports running out of memory anywhere else.
             ok = false;
             break;
         }

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "foundation/MemoryHook.h"
 #include "foundation/StringBuffer.h"
 
 namespace {
@@ -18,7 +19,7 @@ void releaseSlots(void** items, int cap) {
     if (cap <= kPooledSlots) {
         SmallObjectPool::deallocate(items, static_cast<size_t>(cap) * sizeof(void*));
     } else {
-        std::free(items);
+        xmltree::mem::release(items);
     }
 }
 
@@ -27,7 +28,8 @@ void releaseSlots(void** items, int cap) {
 // runs out.
 void** moveSlots(void** items, int size, int cap, int capacity) {
     const size_t bytes = static_cast<size_t>(capacity) * sizeof(void*);
-    void* block = capacity <= kPooledSlots ? SmallObjectPool::allocate(bytes) : std::malloc(bytes);
+    void* block =
+        capacity <= kPooledSlots ? SmallObjectPool::allocate(bytes) : xmltree::mem::allocate(bytes);
     if (!block) return nullptr;
     if (size) std::memcpy(block, items, static_cast<size_t>(size) * sizeof(void*));
     releaseSlots(items, cap);
@@ -50,8 +52,8 @@ bool ExtPtrArray::reserve(int capacity) {
     if (capacity <= m_cap) return true;
     if (static_cast<size_t>(capacity) > SIZE_MAX / sizeof(void*)) return false;
     void** block = m_cap > kPooledSlots
-                       ? static_cast<void**>(
-                             std::realloc(m_items, static_cast<size_t>(capacity) * sizeof(void*)))
+                       ? static_cast<void**>(xmltree::mem::reallocate(
+                             m_items, static_cast<size_t>(capacity) * sizeof(void*)))
                        : moveSlots(m_items, m_size, m_cap, capacity);
     if (!block) return false;
     m_items = block;

@@ -1,32 +1,62 @@
 #include "foundation/ParseEngine.h"
 
+#include <atomic>
 #include <climits>
 #include <cstring>
 
 #include "foundation/ByteScan.h"
 #include "foundation/DataBuffer.h"
+#include "foundation/InputLimit.h"
+
+namespace {
+
+std::atomic<std::size_t> tnInputLimit{xmltree::kMaxParseInput};
+
+}  // namespace
+
+std::size_t xmltree::parseInputLimit() noexcept {
+    return tnInputLimit.load(std::memory_order_relaxed);
+}
+
+void xmltree::setParseInputLimitForTesting(std::size_t bytes) noexcept {
+    tnInputLimit.store(bytes && bytes < kMaxParseInput ? bytes : kMaxParseInput,
+                       std::memory_order_relaxed);
+}
 
 ParseEngine::ParseEngine() : textPtr(nullptr), cursor(0) { syncPtr(); }
 
 ParseEngine::ParseEngine(const DataBuffer& data) : textPtr(nullptr), cursor(0) {
     const unsigned int n = data.getSize();
     if (n && data.getData2()) {
-        const int len = (n > static_cast<unsigned int>(INT_MAX - 1)) ? INT_MAX - 1 : static_cast<int>(n);
-        textBuf.appendN(reinterpret_cast<const char*>(data.getData2()), len);
+        if (n > xmltree::parseInputLimit()) {
+            refuseTooLarge();
+        } else {
+            textBuf.appendN(reinterpret_cast<const char*>(data.getData2()), static_cast<int>(n));
+        }
     }
     syncPtr();
+}
+
+bool ParseEngine::refuseTooLarge() {
+    m_tooLarge = true;
+    textBuf.markFailed();
+    return false;
 }
 
 ParseEngine::~ParseEngine() {}
 
 bool ParseEngine::append(const char* s) {
-    const bool ok = textBuf.append(s);
-    syncPtr();
-    return ok;
+    return s ? appendBytes(s, std::strlen(s)) : true;
 }
 
 bool ParseEngine::appendN(const char* p, int n) {
-    const bool ok = textBuf.appendN(p, n);
+    return n >= 0 && appendBytes(p, static_cast<std::size_t>(n));
+}
+
+bool ParseEngine::appendBytes(const char* p, std::size_t n) {
+    if (n > xmltree::parseInputLimit() - static_cast<std::size_t>(textBuf.getSize()))
+        return refuseTooLarge();
+    const bool ok = textBuf.appendN(p, static_cast<int>(n));
     syncPtr();
     return ok;
 }

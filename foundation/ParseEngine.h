@@ -1,6 +1,7 @@
 #ifndef XMLTREE_FOUNDATION_PARSEENGINE_H
 #define XMLTREE_FOUNDATION_PARSEENGINE_H
 
+#include <cstddef>
 #include <cstring>
 
 #include "foundation/StringBuffer.h"
@@ -23,14 +24,22 @@ public:
     int cursor;
 
     ParseEngine();
-    explicit ParseEngine(const DataBuffer& data);  // copy of the bytes, cursor 0
+    // A copy of the bytes, cursor 0. Bytes beyond what the cursor can index
+    // (INT_MAX - 1) are not cut off: the text stays empty and isTooLarge()
+    // tells why.
+    explicit ParseEngine(const DataBuffer& data);
     ParseEngine(const ParseEngine&) = delete;
     ParseEngine& operator=(const ParseEngine&) = delete;
     ~ParseEngine();
 
-    // Both keep textPtr on the text; the cursor stays where it was.
+    // Both keep textPtr on the text; the cursor stays where it was. False
+    // when the text could not take the bytes (out of memory, or past what
+    // the cursor can index); textBuf's failure mark then stays set.
     bool append(const char* s);
     bool appendN(const char* p, int n);
+    // True when bytes were refused because the text would have grown past
+    // INT_MAX - 1 bytes.
+    bool isTooLarge() const { return m_tooLarge; }
 
     // Stops on the first byte that occurs in `delimiters` (not consumed);
     // appends the bytes before it.
@@ -67,11 +76,15 @@ public:
     const char* currentPtr() const { return textPtr + cursor; }
 
 private:
-    void syncPtr() { textPtr = textBuf.getString(); }
-    void captureSpan(const char* p, int n, StringBuffer& out) {
-        if (n > 0) out.appendN(p, n);
-        cursor += n;
+  bool appendBytes(const char* p, std::size_t n);
+  bool refuseTooLarge();
+  void syncPtr() { textPtr = textBuf.getString(); }
+  void captureSpan(const char* p, int n, StringBuffer& out) {
+      if (n > 0) out.appendN(p, n);
+      cursor += n;
     }
+
+    bool m_tooLarge = false;
 };
 
 #endif

@@ -7,6 +7,8 @@
 #include <mutex>
 #include <new>
 
+#include "foundation/MemoryHook.h"
+
 #if defined(__SANITIZE_ADDRESS__)
 #define XMLTREE_POOL_OFF 1
 #elif defined(__has_feature)
@@ -509,6 +511,7 @@ void* allocateSlow(Cache& c, std::size_t cls) {
 }  // namespace
 
 void* SmallObjectPool::allocate(std::size_t n) noexcept {
+    if (xmltree::mem::allocationFails()) return nullptr;
     if (n > kMaxBlock || n == 0) return ::operator new(n, std::nothrow);
     const std::size_t cls = classOf(n);
     Cache& c = t_cache;
@@ -519,6 +522,7 @@ void* SmallObjectPool::allocate(std::size_t n) noexcept {
 
 void SmallObjectPool::deallocate(void* p, std::size_t n) noexcept {
     if (!p) return;
+    xmltree::mem::noteRelease();
     if (n > kMaxBlock || n == 0) {
         ::operator delete(p);
         return;
@@ -571,10 +575,12 @@ void SmallObjectPool::limitSlabsForTesting(long slabs) noexcept {
 #else
 
 void* SmallObjectPool::allocate(std::size_t n) noexcept {
+    if (xmltree::mem::allocationFails()) return nullptr;
     return ::operator new(n, std::nothrow);
 }
 
 void SmallObjectPool::deallocate(void* p, std::size_t) noexcept {
+    if (p) xmltree::mem::noteRelease();
     ::operator delete(p);
 }
 

@@ -8,6 +8,7 @@
 
 #include "foundation/ByteScan.h"
 #include "foundation/ExtPtrArray.h"
+#include "foundation/MemoryHook.h"
 #include "foundation/SmallObjectPool.h"
 #include "foundation/StringFunctions.h"
 
@@ -63,14 +64,14 @@ inline bool pooledCapacity(uint32_t cap) {
 char* newBlock(uint32_t cap) {
     const size_t bytes = static_cast<size_t>(cap) + 1;
     return static_cast<char*>(pooledCapacity(cap) ? SmallObjectPool::allocate(bytes)
-                                                  : std::malloc(bytes));
+                                                  : xmltree::mem::allocate(bytes));
 }
 
 void freeBlock(char* p, uint32_t cap) {
     if (pooledCapacity(cap)) {
         SmallObjectPool::deallocate(p, static_cast<size_t>(cap) + 1);
     } else {
-        std::free(p);
+        xmltree::mem::release(p);
     }
 }
 
@@ -78,7 +79,7 @@ void freeBlock(char* p, uint32_t cap) {
 // p untouched, when memory runs out.
 char* resizeBlock(char* p, uint32_t cap, uint32_t newCap, uint32_t keep) {
     if (!pooledCapacity(cap) && !pooledCapacity(newCap)) {
-        return static_cast<char*>(std::realloc(p, static_cast<size_t>(newCap) + 1));
+        return static_cast<char*>(xmltree::mem::reallocate(p, static_cast<size_t>(newCap) + 1));
     }
     char* block = newBlock(newCap);
     if (!block) return nullptr;
@@ -93,15 +94,21 @@ char* resizeBlock(char* p, uint32_t cap, uint32_t newCap, uint32_t keep) {
 // construction
 
 StringBuffer::StringBuffer(const char* s) : StringBuffer() {
-    if (s) appendN(s, static_cast<int>(std::strlen(s)));
+    if (s) append(s);
 }
 
 // Most text runs are never appended to, so the block holds exactly the text:
 // spare room would stay unused in every content of a large tree.
 void StringBuffer::holdExactly(const char* s, int n) {
-    if (static_cast<uint32_t>(n) > kMaxSize) return;
+    if (static_cast<uint32_t>(n) > kMaxSize) {
+        fail();
+        return;
+    }
     char* block = newBlock(static_cast<uint32_t>(n));
-    if (!block) return;
+    if (!block) {
+        fail();
+        return;
+    }
     m_data = block;
     m_cap = static_cast<uint32_t>(n);
     appendN(s, n);
@@ -159,17 +166,17 @@ StringBuffer* StringBuffer::createNewSB(int capacity) {
 
 bool StringBuffer::growTo(uint32_t neededCap) {
     if (neededCap <= m_cap) return true;
-    if (neededCap > kMaxSize) return false;
+    if (neededCap > kMaxSize) return fail();
     uint32_t newCap = (m_cap <= kMaxSize / 2) ? m_cap * 2 : kMaxSize;
     if (newCap < neededCap) newCap = neededCap;
     if (newCap < 32) newCap = 32;
     char* block;
     if (onHeap()) {
         block = resizeBlock(m_data, m_cap, newCap, m_size + 1);
-        if (!block) return false;
+        if (!block) return fail();
     } else {
         block = newBlock(newCap);
-        if (!block) return false;
+        if (!block) return fail();
         std::memcpy(block, m_inline, static_cast<size_t>(m_size) + 1);
     }
     m_data = block;
@@ -178,7 +185,7 @@ bool StringBuffer::growTo(uint32_t neededCap) {
 }
 
 bool StringBuffer::growBy(uint32_t extra) {
-    if (extra > kMaxSize - m_size) return false;
+    if (extra > kMaxSize - m_size) return fail();
     return growTo(m_size + extra);
 }
 
@@ -194,6 +201,11 @@ bool StringBuffer::appendSlow(const char* p, int n) {
     m_size += static_cast<uint32_t>(n);
     m_data[m_size] = '\0';
     return true;
+}
+
+bool StringBuffer::appendLong(const char* s, size_t n) {
+    if (n > kMaxSize) return fail();
+    return appendN(s, static_cast<int>(n));
 }
 
 bool StringBuffer::reserve(int totalBytes) {
@@ -252,11 +264,12 @@ bool StringBuffer::prepend(const char* s) {
     const uintptr_t base = reinterpret_cast<uintptr_t>(m_data);
     if (up >= base && up <= base + m_cap) {
         StringBuffer copy(s);  // our own text moves below; work from a copy
-        if (copy.getSize() != static_cast<int>(std::strlen(s))) return false;
+        if (copy.hasFailed()) return fail();
         return prepend(copy.m_data);
     }
     const size_t len = std::strlen(s);
-    if (len > kMaxSize || !growBy(static_cast<uint32_t>(len))) return false;
+    if (len > kMaxSize) return fail();
+    if (!growBy(static_cast<uint32_t>(len))) return false;
     std::memmove(m_data + len, m_data, static_cast<size_t>(m_size) + 1);
     std::memcpy(m_data, s, len);
     m_size += static_cast<uint32_t>(len);
@@ -269,7 +282,7 @@ bool StringBuffer::setString(const char* s) {
         return true;
     }
     const size_t len = std::strlen(s);
-    if (len > kMaxSize) return false;
+    if (len > kMaxSize) return fail();
     const uintptr_t up = reinterpret_cast<uintptr_t>(s);
     const uintptr_t base = reinterpret_cast<uintptr_t>(m_data);
     if (up >= base && up <= base + m_cap) {
@@ -283,7 +296,7 @@ bool StringBuffer::setString(const char* s) {
         // Fresh block: nothing of the old text needs to be carried over.
         uint32_t newCap = static_cast<uint32_t>(len);
         char* block = newBlock(newCap);
-        if (!block) return false;
+        if (!block) return fail();
         if (onHeap()) freeBlock(m_data, m_cap);
         m_data = block;
         m_cap = newCap;
@@ -298,7 +311,7 @@ bool StringBuffer::setString(const StringBuffer& other) {
     if (&other == this) return true;
     if (other.m_size > m_cap) {
         char* block = newBlock(other.m_size);
-        if (!block) return false;
+        if (!block) return fail();
         if (onHeap()) freeBlock(m_data, m_cap);
         m_data = block;
         m_cap = other.m_size;
@@ -422,7 +435,10 @@ int StringBuffer::replaceAllOccurances(const char* from, const char* to) {
         ++count;
         hit = findBytes(r, static_cast<size_t>(end - r), from, fromLen);
     }
-    if (!ok || !result.appendN(r, static_cast<int>(end - r))) return 0;
+    if (!ok || !result.appendN(r, static_cast<int>(end - r))) {
+        fail();
+        return 0;
+    }
     if (result.onHeap()) {
         if (onHeap()) freeBlock(m_data, m_cap);
         m_data = result.m_data;

@@ -16,16 +16,23 @@ class ExtPtrArray;
 // short tag or content needs no second allocation. Longer texts live in a
 // malloc'd block that grows geometrically. The object is exactly 48 bytes.
 //
-// Nothing here throws. When memory runs out, a modifying call returns false
-// and leaves the text as it was.
+// Nothing here throws. When memory runs out, or a text would grow past
+// INT_MAX - 1 bytes, a modifying call returns false, leaves the text as it
+// was and sets the failure mark (hasFailed), which stays until clear(): a
+// caller that made many appends checks once, at the end.
 class StringBuffer {
 public:
     XMLTREE_SMALL_OBJECT_POOLED(StringBuffer)
-    static constexpr int kInlineCapacity = 21;  // bytes of text held inline (+ NUL)
+    static constexpr int kInlineCapacity = 20;  // bytes of text held inline (+ NUL)
 
     // Both inline: the parser makes one or two per element.
     StringBuffer()
-        : m_data(m_inline), m_size(0), m_cap(kInlineCapacity), m_valid(kAliveMark), m_cp(0) {
+        : m_data(m_inline),
+          m_size(0),
+          m_cap(kInlineCapacity),
+          m_valid(kAliveMark),
+          m_cp(0),
+          m_failed(false) {
         m_inline[0] = '\0';
     }
     // Holds exactly the first n bytes of s (which need not be NUL-terminated).
@@ -56,12 +63,25 @@ public:
     // True while the object is alive; false once its destructor has run.
     bool isValidObject() const { return m_valid == kAliveMark; }
 
+    // True once an operation could not make room for its text (out of
+    // memory, or past INT_MAX - 1 bytes): the text then lacks what that
+    // operation would have added. Sticky: only clear() resets it.
+    bool hasFailed() const { return m_failed; }
+    // Sets the failure mark, for a writer that could not finish its output
+    // for a reason of its own.
+    void markFailed() { m_failed = true; }
+
     // Code-page mark: recorded only, never interpreted (2 means UTF-8).
     void putCP(int cp) { m_cp = static_cast<uint8_t>(cp); }
     int getCP() const { return m_cp; }
 
     // --- appending -------------------------------------------------------
-    bool append(const char* s) { return s ? appendN(s, static_cast<int>(std::strlen(s))) : true; }
+    bool append(const char* s) {
+        if (!s) return true;
+        const size_t n = std::strlen(s);
+        return n <= static_cast<size_t>(kInlineCapacity) ? appendN(s, static_cast<int>(n))
+                                                         : appendLong(s, n);
+    }
     bool append(const StringBuffer& other) { return appendN(other.m_data, static_cast<int>(other.m_size)); }
     bool append(int v);             // signed decimal text of v
     bool append(char c) = delete;   // use appendChar; append(int) would write the code
@@ -112,7 +132,12 @@ public:
     // --- replacing -------------------------------------------------------
     bool setString(const char* s);  // safe when s points into this text
     bool setString(const StringBuffer& other);
-    void clear() { m_size = 0; m_data[0] = '\0'; }  // keeps the capacity
+    // Empties the text and resets the failure mark; keeps the capacity.
+    void clear() {
+        m_size = 0;
+        m_data[0] = '\0';
+        m_failed = false;
+    }
     void shorten(int n);  // removes the last n bytes (all of them if n >= size)
 
     // --- reading ---------------------------------------------------------
@@ -183,9 +208,14 @@ private:
     static constexpr uint8_t kDeadMark = 0x31;
 
     bool onHeap() const { return m_data != m_inline; }
+    bool fail() {
+        m_failed = true;
+        return false;
+    }
     bool growBy(uint32_t extra);          // ensures room for extra more bytes
     bool growTo(uint32_t neededCap);      // ensures capacity >= neededCap
     bool appendSlow(const char* p, int n);
+    bool appendLong(const char* s, size_t n);  // refuses texts an int cannot count
     void holdExactly(const char* s, int n);  // empty buffer, text above kInlineCapacity
     void releaseHeap();
 
@@ -194,6 +224,7 @@ private:
     uint32_t m_cap;   // bytes of text that fit, NUL excluded
     uint8_t m_valid;
     uint8_t m_cp;
+    bool m_failed;
     char m_inline[kInlineCapacity + 1];
 };
 

@@ -4,7 +4,10 @@
 #include <cstdlib>
 #include <cstring>
 
-_mxQueue::~_mxQueue() { std::free(m_items); }
+#include "foundation/MemoryHook.h"
+_mxQueue::~_mxQueue() {
+    xmltree::mem::release(m_items);
+}
 
 bool _mxQueue::push(void* p) {
     if (m_count == m_cap && !grow()) return false;
@@ -19,7 +22,8 @@ bool _mxQueue::push(void* p) {
 bool _mxQueue::grow() {
     if (m_cap > INT_MAX / 2) return false;
     const int newCap = m_cap ? m_cap * 2 : 16;
-    void** block = static_cast<void**>(std::malloc(static_cast<size_t>(newCap) * sizeof(void*)));
+    void** block =
+        static_cast<void**>(xmltree::mem::allocate(static_cast<size_t>(newCap) * sizeof(void*)));
     if (!block) return false;
     const int firstRun = (m_head + m_count <= m_cap) ? m_count : m_cap - m_head;
     if (m_count) {
@@ -27,7 +31,7 @@ bool _mxQueue::grow() {
         std::memcpy(block + firstRun, m_items,
                     static_cast<size_t>(m_count - firstRun) * sizeof(void*));
     }
-    std::free(m_items);
+    xmltree::mem::release(m_items);
     m_items = block;
     m_cap = newCap;
     m_head = 0;
