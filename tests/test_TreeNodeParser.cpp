@@ -228,6 +228,10 @@ TEST(ParserProlog, TextsAccumulateAcrossRoots) {
     // A prolog without element is released (the ASan run checks it).
     Parsed q("<?xml version='1.0'?><?xml-stylesheet href='x'?><!DOCTYPE d>", true);
     EXPECT_EQ(q.root, nullptr);
+    // Texts met after the last root closed belong to no root.
+    Parsed r("<!DOCTYPE d><a/><?late ?><!DOCTYPE e>", true);
+    EXPECT_EQ(text(r.info()->processing), "");
+    EXPECT_EQ(text(r.info()->docType), "<!DOCTYPE d>\n");
 }
 
 TEST(ParserProgress, ResetAmountsAtClosingTagsAndRemaining) {

@@ -42,20 +42,21 @@ enum : uint8_t { kTreeMagicAlive = 206, kTreeMagicDead = 49 };
 
 class TreeInfo : public MorvexObject {
 public:
-    TreeInfo();
-    ~TreeInfo() override;
+  XMLTREE_SMALL_OBJECT_POOLED(TreeInfo)
+  TreeInfo();
+  ~TreeInfo() override;
 
-    TreeInfo(const TreeInfo&) = delete;
-    TreeInfo& operator=(const TreeInfo&) = delete;
+  TreeInfo(const TreeInfo&) = delete;
+  TreeInfo& operator=(const TreeInfo&) = delete;
 
-    uint8_t magic;
-    TreeNode* root;         // not owned
-    TreeNode* xmlDecl;      // owned
-    ExtPtrArray styleSheets;  // owned TreeNode*
-    StringBuffer* processing;  // owned
-    StringBuffer* docType;     // owned
-    int treeId;
-    int refCount;
+  uint8_t magic;
+  TreeNode* root;            // not owned
+  TreeNode* xmlDecl;         // owned
+  ExtPtrArray styleSheets;   // owned TreeNode*
+  StringBuffer* processing;  // owned
+  StringBuffer* docType;     // owned
+  int treeId;
+  int refCount;
 };
 
 class TreeNode : public MorvexObject {
@@ -266,6 +267,7 @@ private:
     friend class TreeQueries;
     friend class TreeOrdering;
     friend class TreeSwap;
+    friend class TreeNodeLinks;
 
     TreeInfo* treeInfo;
     StringBuffer* tag;

@@ -5,30 +5,37 @@
 #include <cstring>
 #include <new>
 
+#include "xmltree/TreeInternal.h"
 #include "xmltree/TreeNode.h"
 
-void TreeNode::addAttribute(const char* name, const char* value) {
-    if (!name || !*name) return;
-    if (!value) value = "";
-    const size_t nameLen = std::strlen(name), valueLen = std::strlen(value);
-    if (nameLen >= INT_MAX || valueLen >= INT_MAX) return;  // more than a set can hold
-    if (!attributes) {
-        attributes = new (std::nothrow) AttributeSet();
-        if (!attributes) return;
+bool treeinternal::addCleanedAttribute(AttributeSet*& set, const char* name, size_t nameLen,
+                                       const char* value, size_t valueLen) {
+    if (nameLen == 0) return true;
+    if (nameLen >= INT_MAX || valueLen >= INT_MAX) return false;  // more than a set can hold
+    if (!set) {
+        set = new (std::nothrow) AttributeSet();
+        if (!set) return false;
     }
     const int n = static_cast<int>(nameLen), vn = static_cast<int>(valueLen);
     // Nearly every name arrives clean: store it without the scratch copy.
     if (!StringBuffer::isBadXmlNameStart(name[0]) &&
         StringBuffer::cleanXmlTagPrefix(name, n) == n) {
-        attributes->addAttributeN(name, n, value, vn);
-        return;
+        return set->addAttributeN(name, n, value, vn);
     }
     StringBuffer cleaned(name, n, 1);
     cleaned.removeInvalidXmlTagChars();
     // Decided on the name as given: " 1a" keeps no prefix even though
     // cleaning leaves it starting with a digit.
     if (StringBuffer::isBadXmlNameStart(name[0])) cleaned.prepend("A");
-    attributes->addAttributeN(cleaned.getString(), cleaned.getSize(), value, vn);
+    if (cleaned.hasFailed()) return false;
+    return set->addAttributeN(cleaned.getString(), cleaned.getSize(), value, vn);
+}
+
+void TreeNode::addAttribute(const char* name, const char* value) {
+    if (!name || !*name) return;
+    if (!value) value = "";
+    treeinternal::addCleanedAttribute(attributes, name, std::strlen(name), value,
+                                      std::strlen(value));
 }
 
 bool TreeNode::updateAttribute(const char* name, const char* value) {

@@ -69,6 +69,7 @@ TreeParser::Step TreeParser::cdataSection() {
             ++c;
             e.captureToNextChar(']', sb);
         }
+        if (sb.hasFailed()) return kFail;
         if (t[c] != '\0') c += 3;
         cur->cdata = true;
         if (t[c] != '<') e.skipUntilChar('<');  // text after "]]>" is dropped
@@ -90,7 +91,7 @@ TreeParser::Step TreeParser::bangDeclaration() {
         docType.appendChar('<');
         if (!e.seekAndCopyToClosing('<', '>', 1, docType)) log->logError("Failed to parse DTD");
         docType.appendChar('\n');
-        return kLoop;
+        return docType.hasFailed() ? kFail : kLoop;
     }
     if (t[c] != '>') e.skipUntilChar('>');
     if (t[c] == '>') ++c;
@@ -106,26 +107,33 @@ TreeParser::Step TreeParser::processingInstruction() {
         e.captureToNext(" \t\r\n/>", tagBuf);
         skipWs(t, c);
         if (t[c] == '/') ++c;
+        if (tagBuf.hasFailed()) return kFail;
         TreeNode* node = TreeNode::createRoot(tagBuf.getString());
+        if (!node) return kFail;
         if (isDecl) {
             if (decl && decl->magic == kTreeMagicAlive) delete decl;  // the latest one wins
             decl = node;
-        } else if (node && !sheets.append(node)) {
+        } else if (!sheets.append(node)) {
             delete node;
-            node = nullptr;
+            return kFail;
         }
-        TreeNode::parsePrologLineAttr(e, node, log);
-        return kLoop;
+        if (tagBuf.getSize() > 0 && !node->tag) return kFail;
+        return prologLineAttributes(e, node) ? kLoop : kFail;
     }
     processing.appendChar('<');
     processing.appendChar('?');
     e.seekAndCopy("?>", processing);
     processing.appendChar('\n');
-    return kLoop;
+    return processing.hasFailed() ? kFail : kLoop;
 }
 
 void TreeNode::parsePrologLineAttr(ParseEngine& engine, TreeNode* node, LogBase* /*log*/) {
+    TreeParser::prologLineAttributes(engine, node);
+}
+
+bool TreeParser::prologLineAttributes(ParseEngine& engine, TreeNode* node) {
     const char* t = engine.textPtr;
+    bool stored = true;
     int& c = engine.cursor;
     StringBuffer name;
     StringBuffer value;
@@ -158,7 +166,11 @@ void TreeNode::parsePrologLineAttr(ParseEngine& engine, TreeNode* node, LogBase*
             if (t[c] == '"') ++c;
             if (t[c] == '\'') ++c;
         }
-        if (node) node->addAttribute(name.getString(), value.getString());
+        if (name.hasFailed() || value.hasFailed()) stored = false;
+        if (node && !treeinternal::addCleanedAttribute(
+                        node->attributes, name.getString(), static_cast<size_t>(name.getSize()),
+                        value.getString(), static_cast<size_t>(value.getSize())))
+            stored = false;
         skipWs(t, c);
         if (t[c] == '?') {
             ++c;
@@ -166,4 +178,5 @@ void TreeNode::parsePrologLineAttr(ParseEngine& engine, TreeNode* node, LogBase*
         }
     }
     if (t[c] == '>') ++c;
+    return stored;
 }

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <new>
 
+#include "xmltree/TreeInternal.h"
 #include "xmltree/TreeNode.h"
 
 static_assert(sizeof(void*) != 8 || sizeof(TreeNode) == 88,
@@ -14,59 +15,69 @@ namespace {
 // Trees may be created on different threads; the atomic keeps ids unique.
 std::atomic<int> NextTreeID{100};
 
-// Children arrays still being emptied by the outermost ~TreeNode on this
-// thread. A nested destructor hands its whole array over instead of deleting
-// its children itself, so destroying a deep tree never recurses. Each array
-// is reversed once so that popping from its end yields index order; the
-// result is the same pre-order as plain recursion.
-thread_local ExtPtrArray* tnDestroyList = nullptr;
+// The children arrays that the outermost ~TreeNode on this thread still has
+// to empty, as a stack, and whether that destructor is draining it.
+thread_local ExtPtrArray* tnDestroyTop = nullptr;
+thread_local bool tnDraining = false;
 
-void reverseInPlace(ExtPtrArray& kids) {
+// Keeps the live children of `kids` in reverse index order, so that popping
+// from the end yields index order; returns how many there are.
+int keepLiveReversed(ExtPtrArray& kids) {
     void** items = kids.getItems();
-    for (int i = 0, j = kids.getSize() - 1; i < j; ++i, --j) {
+    const int n = kids.getSize();
+    for (int i = 0, j = n - 1; i < j; ++i, --j) {
         void* t = items[i];
         items[i] = items[j];
         items[j] = t;
     }
-}
-
-void deleteIfAlive(void* p) {
-    TreeNode* node = static_cast<TreeNode*>(p);
-    if (node && node->getMagic() == kTreeMagicAlive) delete node;
-}
-
-void drainDestroyList(ExtPtrArray& arrays) {
-    while (arrays.getSize() > 0) {
-        ExtPtrArray* kids = static_cast<ExtPtrArray*>(arrays.lastElement());
-        void* child = kids->pop();
-        // An exhausted array goes before its last child is destroyed, so a
-        // chain keeps the list at one entry however deep it is.
-        if (kids->getSize() == 0) {
-            arrays.pop();
-            delete kids;
-        }
-        deleteIfAlive(child);
+    int live = 0;
+    for (int i = 0; i < n; ++i) {
+        TreeNode* c = static_cast<TreeNode*>(items[i]);
+        if (c && c->getMagic() == kTreeMagicAlive) items[live++] = c;
     }
+    while (kids.getSize() > live)
+        kids.pop();
+    return live;
 }
 
-// Takes ownership of `kids` and destroys the children in index order.
-void destroyChildren(ExtPtrArray* kids) {
-    reverseInPlace(*kids);
-    if (tnDestroyList && tnDestroyList->append(kids)) return;
-    if (!tnDestroyList) {
-        ExtPtrArray arrays;
-        if (arrays.append(kids)) {
-            tnDestroyList = &arrays;
-            drainDestroyList(arrays);
-            tnDestroyList = nullptr;
-            return;
-        }
+}  // namespace
+
+// Destroys the children in `kids` (which their dying parent no longer holds)
+// and their subtrees, in the order of plain recursion: each child's whole
+// destructor runs before its own children go. Without recursion, so that
+// depth costs no stack, and without allocating, so that a tree can be
+// destroyed when memory has run out.
+//
+// A nested ~TreeNode pushes its array on a stack and returns; the outermost
+// one drains the stack. The stack needs no memory of its own: the link from
+// an array to the one below it is kept in the parent field of the array's
+// element that is popped last (a dying node's children have no use for their
+// parent link any more), and read back just before that element goes.
+void TreeNodeLinks::destroyChildren(ExtPtrArray* kids) {
+    if (keepLiveReversed(*kids) == 0) {
+        delete kids;
+        return;
     }
-    // The list could not grow: fall back to deleting directly.
-    while (kids->getSize() > 0)
-        deleteIfAlive(kids->pop());
-    delete kids;
+    TreeNode* last = static_cast<TreeNode*>(kids->getItems()[0]);
+    last->parent = reinterpret_cast<TreeNode*>(tnDestroyTop);
+    tnDestroyTop = kids;
+    if (tnDraining) return;  // an outer destructor drains the stack
+    tnDraining = true;
+    while (ExtPtrArray* top = tnDestroyTop) {
+        TreeNode* c = static_cast<TreeNode*>(top->pop());
+        if (top->getSize() == 0) {
+            // c carries the link; an exhausted array goes before c does, so
+            // a chain keeps the stack at one array however deep it is.
+            tnDestroyTop = reinterpret_cast<ExtPtrArray*>(c->parent);
+            c->parent = nullptr;
+            delete top;
+        }
+        if (c->magic == kTreeMagicAlive) delete c;
+    }
+    tnDraining = false;
 }
+
+namespace {
 
 template <class MakeNode>
 TreeNode* makeRoot(MakeNode make) {
@@ -163,7 +174,7 @@ TreeNode::~TreeNode() {
     if (children) {
         ExtPtrArray* kids = children;
         children = nullptr;
-        destroyChildren(kids);
+        TreeNodeLinks::destroyChildren(kids);
     }
     parent = nullptr;
     nextSibling = nullptr;

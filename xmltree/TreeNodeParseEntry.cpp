@@ -1,8 +1,27 @@
 // The parse entry points: a document from a file, a string, a string
 // buffer or a byte buffer, brought to UTF-8 where it may be in another
 // encoding, handed to customParse.
+//
+// A buffer that could not take all of its bytes (its failure mark is set,
+// for instance when decoding ran out of memory) is not parsed: what it holds
+// is not the whole document, and a tree of it would lose the rest silently.
 
 #include "xmltree/TreeNode.h"
+
+namespace {
+
+bool refuseIncomplete(LogBase& log, TreeNode** outRoot) {
+    if (outRoot) *outRoot = nullptr;
+    log.logError("Out of memory");
+    return false;
+}
+
+bool isSixteenBitName(const StringBuffer& enc) {
+    return enc.equalsIgnoreCase("utf-16") || enc.equalsIgnoreCase("ucs-2") ||
+           enc.equalsIgnoreCase("unicode");
+}
+
+}  // namespace
 
 bool TreeNode::customParseFile(const char* path, LogBase* log, ProgressMonitor* monitor,
                                TreeNode** outRoot, bool trimWhitespace) {
@@ -10,6 +29,7 @@ bool TreeNode::customParseFile(const char* path, LogBase* log, ProgressMonitor* 
     if (!log) log = &nullLog;
     DataBuffer data;
     if (!loadToUtf8(path, data, *log)) return false;
+    if (data.hasFailed()) return refuseIncomplete(*log, outRoot);
     ParseEngine engine(data);
     bool ok = customParse(engine, log, monitor, outRoot, trimWhitespace);
     if (ok && outRoot && *outRoot) {
@@ -17,9 +37,13 @@ bool TreeNode::customParseFile(const char* path, LogBase* log, ProgressMonitor* 
         StringBuffer enc;
         bool found = false;
         (*outRoot)->getDocEncoding(enc, found);
-        if (found && (enc.equalsIgnoreCase("utf-16") || enc.equalsIgnoreCase("ucs-2") ||
-                      enc.equalsIgnoreCase("unicode"))) {
+        if (found && isSixteenBitName(enc)) {
             (*outRoot)->setDocEncoding("utf-8");
+            (*outRoot)->getDocEncoding(enc, found);
+        }
+        if (enc.hasFailed() || (found && isSixteenBitName(enc))) {
+            (*outRoot)->deleteTree();
+            return refuseIncomplete(*log, outRoot);
         }
     }
     return ok;
@@ -34,6 +58,10 @@ bool TreeNode::customParseStringN(const char* text, int n, ProgressMonitor* moni
 
 bool TreeNode::customParseString(const StringBuffer& text, LogBase* log, ProgressMonitor* monitor,
                                  TreeNode** outRoot, bool trimWhitespace) {
+    if (text.hasFailed()) {
+        LogNull nullLog;
+        return refuseIncomplete(log ? *log : nullLog, outRoot);
+    }
     ParseEngine engine;
     engine.append(text.getString());
     return customParse(engine, log, monitor, outRoot, trimWhitespace);
@@ -41,6 +69,7 @@ bool TreeNode::customParseString(const StringBuffer& text, LogBase* log, Progres
 
 bool TreeNode::customParseUtf8Data(DataBuffer& data, ProgressMonitor* monitor, LogBase& log,
                                    TreeNode** outRoot, bool trimWhitespace) {
+    if (data.hasFailed()) return refuseIncomplete(log, outRoot);
     ParseEngine engine(data);
     engine.cursor = 0;
     return customParse(engine, &log, monitor, outRoot, trimWhitespace);
@@ -48,6 +77,7 @@ bool TreeNode::customParseUtf8Data(DataBuffer& data, ProgressMonitor* monitor, L
 
 bool TreeNode::customParseData2(DataBuffer& data, ProgressMonitor* monitor, LogBase& log,
                                 TreeNode** outRoot, bool trimWhitespace) {
+    if (data.hasFailed()) return refuseIncomplete(log, outRoot);
     if (!convertXmlToUtf8(data, log)) {
         log.logError("Failed to convert XML data to utf-8 internal representation");
         return false;

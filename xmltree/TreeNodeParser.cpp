@@ -29,6 +29,11 @@ TreeNode* TreeParser::topOf(TreeNode* n) const {
 }
 
 bool TreeParser::run(TreeNode** outRoot) {
+    if (e.textBuf.hasFailed()) {
+        // The text is not all there: parsing what is would be a silent cut.
+        log->logError(e.isTooLarge() ? "Input too large" : "Out of memory");
+        return false;
+    }
     if (monitor) {
         if (e.textBuf.getSize() > 0) {
             monitor->progressReset_32(static_cast<unsigned int>(e.textBuf.getSize()));
@@ -41,7 +46,7 @@ bool TreeParser::run(TreeNode** outRoot) {
     while (step != kStop) {
         switch (step) {
             case kLoop:
-                step = loopTop(p);
+                step = failed ? kFail : loopTop(p);
                 break;
             case kDispatch:
                 step = dispatch(p);
@@ -50,15 +55,21 @@ bool TreeParser::run(TreeNode** outRoot) {
                 step = viaEngine(p, &TreeParser::cdataSection);
                 break;
             case kFail:
-                releaseAll();
-                return false;
+                e.cursor = static_cast<int>(p - t);
+                return fail();
             case kStop:
                 break;
         }
     }
     e.cursor = static_cast<int>(p - t);
-    finish(outRoot);
+    if (failed || !finish(outRoot)) return fail();
     return true;
+}
+
+bool TreeParser::fail() {
+    releaseAll();
+    log->logError("Out of memory");
+    return false;
 }
 
 TreeParser::Step TreeParser::viaEngine(const char*& pos, Step (TreeParser::*step)()) {
@@ -88,7 +99,7 @@ TreeParser::Step TreeParser::textRun(const char*& pos) {
         wsRun.clear();
         const char* start = p;
         p = skipWsRun(p, textEnd);
-        wsRun.appendN(start, static_cast<int>(p - start));
+        if (!wsRun.appendN(start, static_cast<int>(p - start))) return kFail;
     }
     const char* start = p;
     if (p[0] == '<' && p[1] == '!' && startsWith(p, "<![CDATA[", 9)) {
@@ -103,10 +114,9 @@ TreeParser::Step TreeParser::textRun(const char*& pos) {
             --runEnd;
     }
     if (runEnd > start) {
-        appendText(start, static_cast<int>(runEnd - start));
+        if (!appendText(start, static_cast<int>(runEnd - start))) return kFail;
     } else if (!trim && wsRun.getSize() > 0 && cur->getNumChildren() == 0) {
-        if (!cur->content) cur->content = StringBuffer::createNewSB();
-        if (cur->content) cur->content->append(wsRun);
+        if (!appendWhitespaceOnly()) return kFail;
     }
     if (*p == '!' && startsWith(p, "![CDATA[", 8)) {
         pos = p - 1;
@@ -116,7 +126,9 @@ TreeParser::Step TreeParser::textRun(const char*& pos) {
     return kDispatch;
 }
 
-void TreeParser::appendText(const char* run, int len) {
+// False when the text could not be stored. A content buffer that cannot be
+// made at all only costs its run, which is dropped while parsing goes on.
+bool TreeParser::appendText(const char* run, int len) {
     StringBuffer* sb = cur->content;
     int from = 0;
     if (!sb) {
@@ -129,7 +141,7 @@ void TreeParser::appendText(const char* run, int len) {
                 sb->appendN(run, len);
             }
         }
-        if (!sb) return;  // the run is dropped; parsing goes on
+        if (!sb) return true;
         cur->content = sb;
     } else {
         if (!trim) sb->append(wsRun);
@@ -137,7 +149,16 @@ void TreeParser::appendText(const char* run, int len) {
         if (from != 0) sb->appendChar(' ');
         sb->appendN(run, len);
     }
+    if (sb->hasFailed()) return false;
     if (std::memchr(run, '&', static_cast<size_t>(len))) decodeEntities(*sb, from);
+    return true;
+}
+
+// Whitespace alone stays as the content of an element without children, as
+// long as whitespace is kept; a buffer that cannot be made drops it.
+bool TreeParser::appendWhitespaceOnly() {
+    if (!cur->content) cur->content = StringBuffer::createNewSB();
+    return !cur->content || cur->content->append(wsRun);
 }
 
 TreeParser::Step TreeParser::dispatch(const char*& pos) {
@@ -170,10 +191,8 @@ TreeParser::Step TreeParser::openingTag(const char*& pos) {
     }
     TreeNode* node = cleanLen >= 0 && cur ? newChild(name, cleanLen)
                                           : newElement(name, static_cast<int>(end - name));
-    if (!node) {
-        pos = p;
-        return kStop;
-    }
+    pos = p;
+    if (!node) return kFail;
     cur = node;
     p = skipWs(p);
     decoded.clear();
@@ -184,7 +203,9 @@ TreeParser::Step TreeParser::openingTag(const char*& pos) {
             selfClosing = true;
         }
     }
-    flushAttributes(node);
+    pos = p;
+    if (!flushAttributes(node) || failed || decoded.hasFailed()) return kFail;
+    if (node->attributes) node->attributes->shrinkToFit();
     if (*p == '>') ++p;
     pos = p;
     if (selfClosing) closeCurrent();
@@ -200,9 +221,9 @@ TreeNode* TreeParser::newChild(const char* name, int len) {
     if (!node) return nullptr;
     if (len > 0) {
         node->tag = new (std::nothrow) StringBuffer(name, len, 0);
-        if (node->tag && node->tag->getSize() != len) {
-            delete node->tag;
-            node->tag = nullptr;
+        if (!node->tag || node->tag->hasFailed()) {
+            delete node;
+            return nullptr;
         }
     }
     ExtPtrArray* kids = cur->children;
@@ -226,12 +247,18 @@ TreeNode* TreeParser::newChild(const char* name, int len) {
     return node;
 }
 
+// Null when memory runs out.
 TreeNode* TreeParser::newElement(const char* name, int len) {
     tagBuf.clear();
-    tagBuf.appendN(name, len);
+    if (!tagBuf.appendN(name, len)) return nullptr;
     tagBuf.removeCharOccurances('<');
-    return cur ? TreeNode::createNode(cur, tagBuf.getString())
-               : TreeNode::createRoot(tagBuf.getString());
+    TreeNode* node = cur ? TreeNode::createNode(cur, tagBuf.getString())
+                         : TreeNode::createRoot(tagBuf.getString());
+    if (!node || (tagBuf.getSize() == 0 || (node->tag && !node->tag->hasFailed()))) return node;
+    // The node was made but its tag could not be stored. Under a parent it
+    // already belongs to the tree, which goes as a whole.
+    if (!cur) delete node;
+    return nullptr;
 }
 
 // One name, optionally "=" and a value, at p; returns where it ends. A clean
@@ -247,7 +274,7 @@ const char* TreeParser::attribute(const char* p, TreeNode* node) {
     } else {
         p = scanToNameEnd(name, kNames.attr);
         nameBuf.clear();
-        nameBuf.appendN(name, static_cast<int>(p - name));
+        if (!nameBuf.appendN(name, static_cast<int>(p - name))) failed = true;
         // Quotes and '<' are never name bytes.
         nameBuf.eliminateChar('"', 0);
         nameBuf.eliminateChar('\'', 0);
@@ -260,22 +287,15 @@ const char* TreeParser::attribute(const char* p, TreeNode* node) {
     if (*p == '=') p = scanValue(skipWs(p + 1), a);
     if (nameLen == 0) return p;
     if (clean && !StringBuffer::isBadXmlNameStart(name[0])) {
-        if (numPending == kMaxPending) flushAttributes(node);
+        if (numPending == kMaxPending && !flushAttributes(node)) failed = true;
         pending[numPending++] = a;
         return p;
     }
-    flushAttributes(node);
-    if (clean) {
-        nameBuf.clear();
-        nameBuf.appendN(name, nameLen);
-    }
-    valueBuf.clear();
-    if (a.decodedAt >= 0) {
-        valueBuf.appendN(decoded.getString() + a.decodedAt, a.valueLen);
-    } else {
-        valueBuf.appendN(a.value, a.valueLen);
-    }
-    node->addAttribute(nameBuf.getString(), valueBuf.getString());
+    if (!flushAttributes(node)) failed = true;
+    const char* value = a.decodedAt >= 0 ? decoded.getString() + a.decodedAt : a.value;
+    if (!treeinternal::addCleanedAttribute(node->attributes, name, static_cast<size_t>(nameLen),
+                                           value, static_cast<size_t>(a.valueLen)))
+        failed = true;
     return p;
 }
 
@@ -301,7 +321,7 @@ const char* TreeParser::scanValue(const char* p, PendingAttr& a) {
     a.valueLen = static_cast<int>(end - value);
     if (amp) {
         const int from = decoded.getSize();
-        decoded.appendN(value, a.valueLen);
+        if (!decoded.appendN(value, a.valueLen)) failed = true;
         decodeEntities(decoded, from);
         a.decodedAt = from;
         a.valueLen = decoded.getSize() - from;
@@ -309,21 +329,23 @@ const char* TreeParser::scanValue(const char* p, PendingAttr& a) {
     return isQuote(*end) ? end + 1 : end;
 }
 
-void TreeParser::flushAttributes(TreeNode* node) {
-    if (numPending == 0) return;
+// Stores the pending attributes; false when memory runs out.
+bool TreeParser::flushAttributes(TreeNode* node) {
+    if (numPending == 0) return true;
+    const int n = numPending;
+    numPending = 0;
     size_t bytes = 0;
-    for (int i = 0; i < numPending; ++i)
+    for (int i = 0; i < n; ++i)
         bytes += static_cast<size_t>(pending[i].nameLen) + static_cast<size_t>(pending[i].valueLen);
     if (!node->attributes) node->attributes = new (std::nothrow) AttributeSet();
-    if (node->attributes) {
-        node->attributes->reserveExact(numPending, bytes);
-        for (int i = 0; i < numPending; ++i) {
-            const PendingAttr& a = pending[i];
-            const char* value = a.decodedAt >= 0 ? decoded.getString() + a.decodedAt : a.value;
-            node->attributes->addAttributeN(a.name, a.nameLen, value, a.valueLen);
-        }
+    AttributeSet* set = node->attributes;
+    if (!set || !set->reserve(n, bytes)) return false;
+    for (int i = 0; i < n; ++i) {
+        const PendingAttr& a = pending[i];
+        const char* value = a.decodedAt >= 0 ? decoded.getString() + a.decodedAt : a.value;
+        if (!set->addAttributeN(a.name, a.nameLen, value, a.valueLen)) return false;
     }
-    numPending = 0;
+    return true;
 }
 
 void TreeParser::closeCurrent() {
@@ -362,22 +384,34 @@ TreeParser::Step TreeParser::closingTag(const char*& pos) {
     return kLoop;
 }
 
+// The root takes the declaration and the style sheets now; the doctype and
+// processing texts as they stand now are handed over in finish().
 void TreeParser::finishRoot(TreeNode* r, bool deletePrevious) {
     TreeInfo* info = r->treeInfo;
     if (info) {
         info->xmlDecl = decl;
-        TreeNode::transferStyleSheets(sheets, info->styleSheets);
         decl = nullptr;
+        if (!takeStyleSheets(info->styleSheets)) failed = true;
     }
-    r->setDocType(docType.getString());
-    r->setProcessing(processing.getString());
+    docTypeTaken = docType.getSize();
+    processingTaken = processing.getSize();
     // A later top-level element replaces an earlier one.
     if (deletePrevious && completed && completed->magic == kTreeMagicAlive) delete completed;
     completed = r;
     cur = nullptr;
 }
 
-void TreeParser::finish(TreeNode** outRoot) {
+// Moves the pending style sheets to `to`, or leaves them pending (and
+// returns false) when `to` cannot make room for them all.
+bool TreeParser::takeStyleSheets(ExtPtrArray& to) {
+    if (sheets.getSize() == 0) return true;
+    if (!to.reserve(to.getSize() + sheets.getSize())) return false;
+    TreeNode::transferStyleSheets(sheets, to);
+    return true;
+}
+
+// False when memory ran out; the caller then releases what is left.
+bool TreeParser::finish(TreeNode** outRoot) {
     if (cur) {
         TreeNode* top = topOf(cur);
         if (!completed) {
@@ -388,10 +422,22 @@ void TreeParser::finish(TreeNode** outRoot) {
             if (top->magic == kTreeMagicAlive) delete top;
         }
     }
+    if (failed) return false;
+    if (completed) {
+        // Texts met after the root closed belong to no root.
+        docType.shorten(docType.getSize() - docTypeTaken);
+        processing.shorten(processing.getSize() - processingTaken);
+        completed->setDocType(docType.getString());
+        completed->setProcessing(processing.getString());
+        const TreeInfo* info = completed->treeInfo;
+        if ((docTypeTaken > 0 && !info->docType) || (processingTaken > 0 && !info->processing))
+            return false;
+    }
     if (monitor) monitor->consumeRemaining(112);
     *outRoot = completed;
     completed = nullptr;
     releasePending();
+    return true;
 }
 
 void TreeParser::releasePending() {

@@ -119,9 +119,11 @@ void TreeNode::appendStyleInfoToString(StringBuffer& out) {
     for (int i = 0; i < n; ++i) {
         const TreeNode* sheet = static_cast<const TreeNode*>(sheets.elementAt(i));
         if (!sheet || !sheet->attributes) continue;
-        out.appendN(kStyleSheetOpen, sizeof(kStyleSheetOpen) - 1);
+        // After a failed append nothing more goes out, so that the text
+        // written is always a prefix of the whole.
+        if (out.hasFailed() || !out.appendN(kStyleSheetOpen, sizeof(kStyleSheetOpen) - 1)) return;
         sheet->attributes->appendXml(out);
-        out.appendN(kPrologLineEnd, sizeof(kPrologLineEnd) - 1);
+        if (!out.hasFailed()) out.appendN(kPrologLineEnd, sizeof(kPrologLineEnd) - 1);
     }
 }
 

@@ -11,6 +11,8 @@
 #include <cstring>
 
 #include "foundation/ByteScan.h"
+#include "foundation/MemoryHook.h"
+#include "xmltree/TreeInternal.h"
 #include "xmltree/TreeNode.h"
 
 namespace {
@@ -29,8 +31,8 @@ const char kCdataOpen[] = "<![CDATA[";
 const char kCdataClose[] = "]]>";
 
 template <std::size_t N>
-void appendLit(StringBuffer& out, const char (&text)[N]) {
-    out.appendN(text, static_cast<int>(N - 1));
+bool appendLit(StringBuffer& out, const char (&text)[N]) {
+    return out.appendN(text, static_cast<int>(N - 1));
 }
 
 // Room for the deepest indentation written in whole 16-byte blocks.
@@ -40,6 +42,10 @@ constexpr size_t kIndentRoom = (kMaxIndentLevels * kBlanksPerLevel + 15) / 16 * 
 // piece of markup, and the size and the NUL are set once when done. Code that
 // appends through the StringBuffer itself gets it with release() and gives
 // it back with reclaim().
+//
+// Once the buffer could not grow (its failure mark is set) no room is given
+// any more, so the output is always a prefix of the whole: no piece that
+// came after a missing one is written.
 class Sink {
   public:
     explicit Sink(StringBuffer& out) : m_out(out) { attach(out.writableTail(0)); }
@@ -48,7 +54,11 @@ class Sink {
     Sink& operator=(const Sink&) = delete;
 
     // Makes sure n more bytes fit; false when memory runs out.
-    bool room(size_t n) { return static_cast<size_t>(m_lim - m_w) >= n || grow(n); }
+    bool room(size_t n) {
+        return (static_cast<size_t>(m_lim - m_w) >= n && !m_out.hasFailed()) || grow(n);
+    }
+    bool failed() const { return m_out.hasFailed(); }
+    void fail() { m_out.markFailed(); }
     StringBuffer& release() {
         m_out.commitTail(m_w);
         return m_out;
@@ -79,7 +89,11 @@ class Sink {
 
   private:
     bool grow(size_t n) {
-        if (n > static_cast<size_t>(INT_MAX)) return false;
+        if (m_out.hasFailed()) return false;
+        if (n > static_cast<size_t>(INT_MAX)) {
+            m_out.markFailed();
+            return false;
+        }
         m_out.commitTail(m_w);
         char* tail = m_out.writableTail(static_cast<int>(n));
         attach(tail ? tail : m_out.writableTail(0));
@@ -132,7 +146,7 @@ class TreeWriter {
   public:
     explicit TreeWriter(StringBuffer& out) : m_sink(out) {}
     ~TreeWriter() {
-        if (m_frames != m_inline) std::free(m_frames);
+        if (m_frames != m_inline) xmltree::mem::release(m_frames);
     }
     TreeWriter(const TreeWriter&) = delete;
     TreeWriter& operator=(const TreeWriter&) = delete;
@@ -185,8 +199,8 @@ class TreeWriter {
 };
 
 void TreeWriter::write(TreeNode* top, int index, int depth, bool omitDeclaration) {
-    if (!openNode(top, index, depth, omitDeclaration)) return;
-    while (m_size > 0) {
+    if (m_sink.failed() || !openNode(top, index, depth, omitDeclaration)) return;
+    while (m_size > 0 && !m_sink.failed()) {
         Frame& f = m_frames[m_size - 1];
         const int level = m_topDepth + m_size - 1;
         if (f.next < f.count) {
@@ -216,6 +230,7 @@ bool TreeWriter::openNode(TreeNode* node, int index, int depth, bool omitDeclara
     bool lineBreak = false;
     if (info->root == node) {
         writeProlog(node, index, omitDeclaration);
+        if (m_sink.failed()) return false;
     } else {
         // The parent's open tag ended without a line break.
         lineBreak = index == 0;
@@ -278,20 +293,23 @@ bool TreeWriter::putContent(Sink& sink, const TreeNode* node) {
 
 void TreeWriter::putCdata(Sink& sink, const StringBuffer& text) {
     StringBuffer& out = sink.release();
-    appendLit(out, kCdataOpen);
     if (text.containsSubstringNoCase(kCdataClose)) {
         // One section only: markers inside the text are dropped, not split.
         StringBuffer copy(text);
         copy.replaceAllOccurances(kCdataOpen, "");
         copy.replaceAllOccurances(kCdataClose, "");
-        out.append(copy);
-    } else {
-        out.append(text);
+        if (copy.hasFailed()) {
+            out.markFailed();
+        } else if (appendLit(out, kCdataOpen) && out.append(copy)) {
+            appendLit(out, kCdataClose);
+        }
+    } else if (appendLit(out, kCdataOpen) && out.append(text)) {
+        appendLit(out, kCdataClose);
     }
-    appendLit(out, kCdataClose);
     sink.reclaim();
 }
 
+// Each piece is appended only while every earlier one went out whole.
 void TreeWriter::writeProlog(TreeNode* root, int index, bool omitDeclaration) {
     StringBuffer& out = m_sink.release();
     TreeInfo* info = root->treeInfo;
@@ -301,16 +319,14 @@ void TreeWriter::writeProlog(TreeNode* root, int index, bool omitDeclaration) {
         nothingWritten = false;
     }
     // Style sheets alone still leave room for the empty line below.
-    root->appendStyleInfoToString(out);
+    if (!out.hasFailed()) root->appendStyleInfoToString(out);
     if (info->docType && info->docType->getSize() > 0) {
-        out.append(*info->docType);
-        appendLit(out, kCrLf);
+        if (!out.hasFailed() && out.append(*info->docType)) appendLit(out, kCrLf);
         nothingWritten = false;
     }
     if (info->processing && info->processing->getSize() > 0) {
-        out.append(*info->processing);
-        appendLit(out, kCrLf);
-    } else if (index == 0 && nothingWritten) {
+        if (!out.hasFailed() && out.append(*info->processing)) appendLit(out, kCrLf);
+    } else if (index == 0 && nothingWritten && !out.hasFailed()) {
         appendLit(out, kCrLf);
     }
     m_sink.reclaim();
@@ -318,28 +334,38 @@ void TreeWriter::writeProlog(TreeNode* root, int index, bool omitDeclaration) {
 
 void TreeWriter::writeDeclaration(TreeNode* root, StringBuffer& out) {
     TreeNode* decl = root->treeInfo->xmlDecl;
-    appendLit(out, kDeclOpen);
+    if (!appendLit(out, kDeclOpen)) return;
     if (decl->attributes) {
-        // "standalone" always goes out last, whatever order it was set in.
+        // "standalone" always goes out last, whatever order it was set in:
+        // a copy is added at the end before the first one is removed, so
+        // that running out of memory loses nothing.
         StringBuffer standalone;
         bool found = false;
         root->getDocStandalone(standalone, found);
-        if (found) {
-            decl->attributes->removeAttribute("standalone");
-            decl->addAttribute("standalone", standalone.getString());
+        if (found && (standalone.hasFailed() ||
+                      !treeinternal::addCleanedAttribute(
+                          decl->attributes, "standalone", 10, standalone.getString(),
+                          static_cast<size_t>(standalone.getSize())))) {
+            out.markFailed();
+            return;
         }
+        if (found) decl->attributes->removeAttribute("standalone");
         decl->attributes->appendXml(out);
     }
-    appendLit(out, TreeNode::kPrologLineEnd);
+    if (!out.hasFailed()) appendLit(out, TreeNode::kPrologLineEnd);
 }
 
 bool TreeWriter::push(TreeNode* node, int depth) {
     if (m_size == m_cap) {
         const int newCap = m_cap * 2;
-        void* block = m_frames == m_inline
-                          ? std::malloc(sizeof(Frame) * static_cast<size_t>(newCap))
-                          : std::realloc(m_frames, sizeof(Frame) * static_cast<size_t>(newCap));
-        if (!block) return false;  // out of memory: the subtree is left unfinished
+        void* block =
+            m_frames == m_inline
+                ? xmltree::mem::allocate(sizeof(Frame) * static_cast<size_t>(newCap))
+                : xmltree::mem::reallocate(m_frames, sizeof(Frame) * static_cast<size_t>(newCap));
+        if (!block) {
+            m_sink.fail();  // the rest of the output cannot be written in order
+            return false;
+        }
         if (m_frames == m_inline) std::memcpy(block, m_inline, sizeof(m_inline));
         m_frames = static_cast<Frame*>(block);
         m_cap = newCap;

@@ -5,6 +5,7 @@
 // main loop (TreeNodeParser.cpp) and the branches for CDATA sections,
 // declarations and processing instructions (TreeNodeMarkup.cpp).
 
+#include "xmltree/TreeInternal.h"
 #include "xmltree/TreeNode.h"
 
 // The steps of the main loop are folded into it, so that the cursor stays in
@@ -19,6 +20,12 @@
 // State of one customParse call. The prolog items it collects belong to it
 // until a finished root takes them; everything else it makes belongs to the
 // tree under construction.
+//
+// Running out of memory ends the parse: whatever step meets an allocation it
+// cannot get returns kFail (or sets `failed`, which the main loop turns into
+// kFail), and run() destroys everything made so far. The one exception is
+// the content buffer of a plain text run, whose run is dropped while the
+// parse goes on.
 class TreeParser {
   public:
     TreeParser(ParseEngine& engine, LogBase* logger, ProgressMonitor* progress, bool trimWs)
@@ -27,9 +34,7 @@ class TreeParser {
           textEnd(engine.textPtr + engine.getTextSize()),
           log(logger),
           monitor(progress),
-          trim(trimWs),
-          docType(2000),
-          processing(2000) {}
+          trim(trimWs) {}
     ~TreeParser() { releasePending(); }
 
     bool run(TreeNode** outRoot);
@@ -38,6 +43,8 @@ class TreeParser {
     // place. Numeric and unknown references stay as written.
     static void decodeEntities(StringBuffer& sb, int from);
     static void decodeIfAmp(StringBuffer& sb, int from);
+    // parsePrologLineAttr, telling whether every attribute could be stored.
+    static bool prologLineAttributes(ParseEngine& engine, TreeNode* node);
 
   private:
     enum Step { kLoop, kDispatch, kCdata, kStop, kFail };
@@ -62,14 +69,17 @@ class TreeParser {
     };
     XMLTREE_HOT_STEP const char* attribute(const char* p, TreeNode* node);
     XMLTREE_HOT_STEP const char* scanValue(const char* p, PendingAttr& a);
-    void flushAttributes(TreeNode* node);
+    bool flushAttributes(TreeNode* node);
     Step cdataSection();
     Step bangDeclaration();
     Step processingInstruction();
     void closeCurrent();
-    void appendText(const char* run, int len);
+    bool appendText(const char* run, int len);
+    bool appendWhitespaceOnly();
     void finishRoot(TreeNode* r, bool deletePrevious);
-    void finish(TreeNode** outRoot);
+    bool takeStyleSheets(ExtPtrArray& to);
+    bool fail();
+    bool finish(TreeNode** outRoot);
     void releaseAll();
     void releasePending();
     TreeNode* topOf(TreeNode* n) const;
@@ -81,12 +91,17 @@ class TreeParser {
     ProgressMonitor* monitor;
     bool trim;
 
+    bool failed = false;  // an allocation failed; the parse ends
     TreeNode* cur = nullptr;
     TreeNode* completed = nullptr;
     TreeNode* decl = nullptr;
     ExtPtrArray sheets;
     StringBuffer docType;
     StringBuffer processing;
+    // How much of each the completed root holds: the texts go to it once, at
+    // the end, so that many top-level elements do not copy them many times.
+    int docTypeTaken = 0;
+    int processingTaken = 0;
     StringBuffer wsRun;
     StringBuffer tagBuf;
     StringBuffer nameBuf;

@@ -1,0 +1,294 @@
+// Running out of memory or room is a failure, never a shorter tree: every
+// allocation a parse or a write makes is failed in turn (the library counts
+// them through its memory hook), and each time the result must say so,
+// nothing may leak, and nothing past the failure may be claimed.
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <functional>
+#include <string>
+#include <thread>
+
+#include "foundation/InputLimit.h"
+#include "foundation/MemoryHook.h"
+#include "tests/TestSupport.h"
+
+namespace {
+
+namespace mem = xmltree::mem;
+using Lines = std::vector<std::string>;
+
+// A prolog of every kind, attributes that need cleaning or decoding, more
+// attributes than the parser gathers at once, CDATA, a comment, mixed
+// content and nesting.
+std::string document() {
+    std::string many;
+    for (int i = 0; i < 40; ++i)
+        many += " a" + std::to_string(i) + "='" + std::to_string(i) + "'";
+    return "<?xml version='1.0' encoding='utf-8' standalone='yes'?>\n"
+           "<?xml-stylesheet href='s.css' type='text/css'?>\n"
+           "<!DOCTYPE r [<!ENTITY e 'v'>]>\n<?app run?>\n"
+           "<r id='1' 9x='&lt;v&gt;' b<c='d'>\n"
+           "  <!-- a comment -->\n"
+           "  <item" +
+           many +
+           ">first &amp; only</item>\n"
+           "  <data><![CDATA[<raw> ]] text]]></data>\n"
+           "  <mixed>one<br/>two</mixed>\n"
+           "  <deep><deeper><deepest k='v'/></deeper></deep>\n"
+           "  <long>" +
+           std::string(300, 'x') +
+           "</long>\n"
+           "</r>\n";
+}
+
+struct Outcome {
+    bool ok = false;
+    TreeNode* root = nullptr;
+    RecordingLog log;
+    long callerBlocksReleased = 0;  // the caller's input, replaced by decoding
+};
+
+// An entry point as a user calls it: the input is made first, then armNow()
+// starts the count, the library is called, and the count stops before the
+// input goes.
+using Entry =
+    std::function<void(const std::string&, Outcome&, const std::function<void()>& armNow)>;
+
+std::string tempPath() {
+    return testing::TempDir() + "/oom-" + std::to_string(getpid()) + ".xml";
+}
+
+DataBuffer utf16(const std::string& s) {
+    DataBuffer data;
+    data.append("\xFF\xFE", 2);
+    for (char c : s) {
+        data.appendChar(static_cast<unsigned char>(c));
+        data.appendChar(0);
+    }
+    return data;
+}
+
+const std::vector<std::pair<const char*, Entry>>& entries() {
+    static const std::vector<std::pair<const char*, Entry>> all = {
+        {"string, trimmed",
+         [](const std::string& s, Outcome& o, const std::function<void()>& armNow) {
+             StringBuffer text(s.c_str());
+             armNow();
+             o.ok = TreeNode::customParseString(text, &o.log, nullptr, &o.root, true);
+             mem::disarmForTesting();
+         }},
+        {"string, whitespace kept",
+         [](const std::string& s, Outcome& o, const std::function<void()>& armNow) {
+             StringBuffer text(s.c_str());
+             armNow();
+             o.ok = TreeNode::customParseString(text, &o.log, nullptr, &o.root, false);
+             mem::disarmForTesting();
+         }},
+        {"bytes in UTF-16",
+         [](const std::string& s, Outcome& o, const std::function<void()>& armNow) {
+             DataBuffer data = utf16(s);
+             armNow();
+             o.ok = TreeNode::customParseData2(data, nullptr, o.log, &o.root, true);
+             DataBuffer().takeData(data);  // the decoded text, made in the count
+             mem::disarmForTesting();
+             o.callerBlocksReleased = 1;  // the bytes it replaced, made before
+         }},
+        {"file",
+         [](const std::string&, Outcome& o, const std::function<void()>& armNow) {
+             armNow();
+             o.ok = TreeNode::customParseFile(tempPath().c_str(), &o.log, nullptr, &o.root, true);
+             mem::disarmForTesting();
+         }},
+    };
+    return all;
+}
+
+std::string written(TreeNode* root) {
+    StringBuffer out;
+    root->createXML(out, 0, 0, false);
+    return out.getString();
+}
+
+// Messages that report running out of memory (file loading names the file).
+int outOfMemoryMessages(const Lines& lines) {
+    return static_cast<int>(std::count_if(lines.begin(), lines.end(), [](const std::string& l) {
+        return l.rfind("E:Out of memory", 0) == 0;
+    }));
+}
+
+// Runs `work`, which calls armNow() when the count is to start, with the
+// allocation numbered failAt failing (and every later one); returns how many
+// allocations were asked for. Whatever the library made must be gone again
+// by the end: every allocation that succeeded was released.
+long runFailing(long failAt, const std::function<long(const std::function<void()>&)>& work) {
+    const long callerBlocks = work([failAt] { mem::armForTesting(failAt); });
+    mem::disarmForTesting();
+    const long asked = mem::allocationsForTesting();
+    const long released = mem::releasesForTesting() - callerBlocks;
+    const long granted = failAt < 0 ? asked : std::min(asked, failAt);
+    EXPECT_EQ(released, granted) << "leak or double release with allocation " << failAt
+                                 << " failing";
+    return asked;
+}
+
+// A picture of the tree made without the library allocating anything:
+// tag, attributes, {content}, children.
+std::string picture(const TreeNode* n) {
+    std::string s = n->getTag();
+    const AttributeSet* set = n->getAttributeSet();
+    for (int i = 0; set && i < set->getSize(); ++i)
+        s += std::string(" ") + set->nameAt(i) + "=" + set->valueAt(i);
+    s += "{" + std::string(n->getContent()) + "}";
+    const ExtPtrArray* kids = n->getChildrenArray();
+    for (int i = 0; kids && i < kids->getSize(); ++i)
+        s += "<" + picture(static_cast<const TreeNode*>(kids->elementAt(i))) + ">";
+    return s;
+}
+
+// Deletes the tree with the count going on again.
+std::string picturedThenDeleted(TreeNode* root) {
+    mem::resumeForTesting();
+    std::string text = picture(root);
+    root->deleteTree();
+    return text;
+}
+
+class OutOfMemory : public testing::Test {
+  protected:
+    void SetUp() override {
+        std::FILE* f = std::fopen(tempPath().c_str(), "wb");
+        ASSERT_TRUE(f);
+        const std::string doc = document();
+        std::fwrite(doc.data(), 1, doc.size(), f);
+        std::fclose(f);
+    }
+    void TearDown() override { std::remove(tempPath().c_str()); }
+};
+
+TEST_F(OutOfMemory, EveryFailedAllocationFailsTheParse) {
+    const std::string doc = document();
+    for (const auto& [name, parse] : entries()) {
+        SCOPED_TRACE(name);
+        std::string want;
+        const long total = runFailing(-1, [&](const std::function<void()>& armNow) {
+            Outcome full;
+            parse(doc, full, armNow);
+            EXPECT_TRUE(full.ok && full.root);
+            if (full.root) want = picturedThenDeleted(full.root);
+            return full.callerBlocksReleased;
+        });
+        ASSERT_GT(total, 20);
+        int dropped = 0;
+        for (long i = 0; i < total; ++i) {
+            SCOPED_TRACE("allocation " + std::to_string(i) + " of " + std::to_string(total));
+            Outcome o;
+            std::string got;
+            runFailing(i, [&](const std::function<void()>& armNow) {
+                parse(doc, o, armNow);
+                if (o.root) got = picturedThenDeleted(o.root);
+                return o.callerBlocksReleased;
+            });
+            if (!o.ok) {
+                EXPECT_EQ(o.root, nullptr);
+                EXPECT_EQ(outOfMemoryMessages(o.log.lines), 1);
+                continue;
+            }
+            // The one failure a parse survives: a text run whose content
+            // buffer cannot be made is dropped. Nothing else may be missing.
+            ++dropped;
+            EXPECT_EQ(outOfMemoryMessages(o.log.lines), 0);
+            EXPECT_LE(got.size(), want.size());
+            EXPECT_EQ(std::count(got.begin(), got.end(), '<'),
+                      std::count(want.begin(), want.end(), '<'));
+        }
+        EXPECT_LE(dropped, 6);
+    }
+}
+
+TEST_F(OutOfMemory, EveryFailedAllocationMarksTheWriterOutput) {
+    for (bool trim : {true, false}) {
+        TreeNode* root = nullptr;
+        const std::string doc = document();
+        ASSERT_TRUE(TreeNode::customParseStringN(doc.data(), static_cast<int>(doc.size()), nullptr,
+                                                 &root, trim));
+        // Deep enough that the writer's own stack grows.
+        TreeNode* n = root;
+        for (int i = 0; i < 100; ++i)
+            n = TreeNode::createNode2(n, "level", i % 10 ? nullptr : "text & more");
+        const std::string want = written(root);
+        const long total = runFailing(-1, [&](const std::function<void()>& armNow) {
+            StringBuffer out;
+            armNow();
+            root->createXML(out, 0, 0, false);
+            return 0L;
+        });
+        ASSERT_GT(total, 2);
+        for (long i = 0; i < total; ++i) {
+            std::string got;
+            bool failed = false;
+            runFailing(i, [&](const std::function<void()>& armNow) {
+                StringBuffer out;
+                armNow();
+                root->createXML(out, 0, 0, false);
+                got = out.getString();
+                failed = out.hasFailed();
+                return 0L;
+            });
+            EXPECT_TRUE(failed) << "allocation " << i;
+            EXPECT_EQ(want.compare(0, got.size(), got), 0) << "allocation " << i;
+            EXPECT_LT(got.size(), want.size());
+        }
+        root->deleteTree();
+    }
+}
+
+TEST(OutOfMemoryPool, NoSlabMeansNoTree) {
+    if (!SmallObjectPool::enabled()) GTEST_SKIP() << "the small-object pool is off";
+    // A thread of its own starts with an empty cache, so its first block
+    // needs a slab.
+    std::thread([] {
+        SmallObjectPool::trim();
+        SmallObjectPool::limitSlabsForTesting(0);
+        RecordingLog log;
+        TreeNode* root = nullptr;
+        const bool ok =
+            TreeNode::customParseString(StringBuffer("<a><b/></a>"), &log, nullptr, &root, true);
+        SmallObjectPool::limitSlabsForTesting(-1);
+        EXPECT_FALSE(ok);
+        EXPECT_EQ(root, nullptr);
+        EXPECT_EQ(log.lines, Lines{"E:Out of memory"});
+    }).join();
+}
+
+TEST(InputTooLarge, RefusedWholeByEveryEntryPoint) {
+    const std::string fits = "<a>" + std::string(57, 'x') + "</a>";  // 64 bytes
+    const std::string over = fits + " ";
+    xmltree::setParseInputLimitForTesting(64);
+    const auto noCount = [] {};
+    for (const auto& [name, parse] : entries()) {
+        if (std::string(name) == "file") continue;
+        SCOPED_TRACE(name);
+        Outcome small, big;
+        parse(fits, small, noCount);
+        parse(over, big, noCount);
+        EXPECT_TRUE(small.ok && small.root);
+        if (small.root) small.root->deleteTree();
+        EXPECT_FALSE(big.ok);
+        EXPECT_EQ(big.root, nullptr);
+        EXPECT_EQ(big.log.lines, Lines{"E:Input too large"});
+    }
+    TreeNode* root = nullptr;
+    EXPECT_FALSE(TreeNode::customParseStringN(over.data(), static_cast<int>(over.size()), nullptr,
+                                              &root, true));
+    // Decoding may make a text longer than the bytes it came from.
+    DataBuffer wide = utf16(std::string(50, 'x') + "<a>\xC3\xA9\xC3\xA9\xC3\xA9</a>");
+    RecordingLog log;
+    EXPECT_FALSE(TreeNode::customParseData2(wide, nullptr, log, &root, true));
+    EXPECT_EQ(log.lines, Lines{"E:Input too large"});
+    xmltree::setParseInputLimitForTesting(0);
+}
+
+}  // namespace
