@@ -9,7 +9,10 @@ class LogBase;
 // and leaves the contents as they were.
 class DataBuffer {
 public:
+    // Empty, with no storage.
     DataBuffer() : m_data(nullptr), m_size(0), m_cap(0) {}
+    // Copies the bytes. Without memory a new copy is empty and an assigned
+    // one unchanged.
     DataBuffer(const DataBuffer& other);
     DataBuffer& operator=(const DataBuffer& other);
     ~DataBuffer();
@@ -17,12 +20,17 @@ public:
     // First byte, valid until the next modification. Null for a buffer that
     // never held any storage; after clear() it may be non-null with size 0.
     const unsigned char* getData2() const { return m_data; }
+    // The same, writable.
     unsigned char* getDataMutable() { return m_data; }
+    // Number of bytes held.
     unsigned int getSize() const { return m_size; }
+    // Bytes that fit before the storage must grow.
     unsigned int getCapacity() const { return m_cap; }
 
+    // Appends other's bytes.
     bool append(const DataBuffer& other);
     bool append(const void* bytes, unsigned int n);  // bytes may lie inside this buffer
+    // Appends one byte.
     bool appendChar(unsigned char b) {
         if (m_size == m_cap && (m_size == ~0u || !growTo(m_size + 1u))) return false;
         m_data[m_size++] = b;
@@ -40,6 +48,7 @@ public:
     void shorten(unsigned int n);     // drops the last n bytes (all if n >= size)
     // Takes over other's storage; other is left empty with no storage.
     void takeData(DataBuffer& other);
+    // Room for totalBytes in all; false when memory runs out.
     bool reserve(unsigned int totalBytes);
 
     // Replaces the contents with the whole file at `path`. On failure the

@@ -6,7 +6,10 @@
 class LogBase {
 public:
     virtual ~LogBase() {}
+    // One message, a fixed English phrase such as "Error in closing tag".
     virtual void logError(const char* message) = 0;
+    // A named value that completes the message before it (the parser sends
+    // "error_tag" with the tag of the element concerned).
     virtual void logNameValue(const char* name, const char* value) = 0;
 };
 

@@ -18,10 +18,14 @@ class DataBuffer;
 // cleared. Not copyable.
 class ParseEngine {
 public:
+    // The whole text, NUL-terminated.
     StringBuffer textBuf;
+    // textBuf's bytes, for direct reads of textPtr[cursor].
     const char* textPtr;
+    // Index of the current byte, from 0 to the text size (its NUL).
     int cursor;
 
+    // Empty text, cursor 0.
     ParseEngine();
     explicit ParseEngine(const DataBuffer& data);  // copy of the bytes, cursor 0
     ParseEngine(const ParseEngine&) = delete;
@@ -71,7 +75,8 @@ public:
 #endif
     }
 
-    // Helpers.
+    // Helpers: the text size in bytes, the byte at the cursor, whether that
+    // byte is a NUL (the end of the text for every scan), and its address.
     int getTextSize() const { return textBuf.getSize(); }
     char currentChar() const { return textPtr[cursor]; }
     bool atEnd() const { return textPtr[cursor] == '\0'; }

@@ -6,6 +6,8 @@
 class StringConsumer {
 public:
     virtual ~StringConsumer() {}
+    // Called once per matching element, on the caller's thread, with its
+    // content ("" for none). Copy the text to keep it.
     virtual void consumeString(const char* text) = 0;
 };
 
