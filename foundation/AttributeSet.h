@@ -21,6 +21,7 @@ class StringBuffer;
 // is unchanged.
 class AttributeSet {
 public:
+    // Heap instances come from the small-object pool.
     XMLTREE_SMALL_OBJECT_POOLED(AttributeSet)
     // An empty set.
     AttributeSet();

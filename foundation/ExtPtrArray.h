@@ -15,6 +15,7 @@ class StringBuffer;
 // copyable.
 class ExtPtrArray {
 public:
+    // Heap instances come from the small-object pool.
     XMLTREE_SMALL_OBJECT_POOLED(ExtPtrArray)
     ExtPtrArray() : m_items(nullptr), m_size(0), m_cap(0) {}  // allocates on first append
     // Room for exactly initialCapacity elements; growBy is only a hint.

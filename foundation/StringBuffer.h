@@ -20,6 +20,7 @@ class ExtPtrArray;
 // and leaves the text as it was.
 class StringBuffer {
 public:
+    // Heap instances come from the small-object pool.
     XMLTREE_SMALL_OBJECT_POOLED(StringBuffer)
     static constexpr int kInlineCapacity = 21;  // bytes of text held inline (+ NUL)
 

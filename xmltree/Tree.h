@@ -42,7 +42,8 @@ public:
     // An empty handle.
     Tree() noexcept = default;
     // Takes ownership of the tree whose root is `root` (from createRoot, a
-    // parse, or removeFromTree); nobody else may free it. Null: empty handle.
+    // parse, or removeFromTree); nobody else may free it. A node outside any
+    // tree is taken too, and deleted in the end. Null: empty handle.
     explicit Tree(TreeNode* root) noexcept : m_root(root) {
         if (m_root) m_root->incTreeRefCount();
     }
@@ -175,6 +176,7 @@ private:
 // or removing children while iterating skips or repeats some.
 class ChildIterator {
 public:
+    // Iterator traits, for the standard algorithms.
     using iterator_category = std::forward_iterator_tag;
     using value_type = TreeNode*;
     using difference_type = std::ptrdiff_t;
@@ -190,6 +192,7 @@ public:
         ExtPtrArray* kids = m_parent->getChildrenArray();
         return static_cast<TreeNode*>(kids ? kids->elementAt(m_index) : nullptr);
     }
+    // The next child.
     ChildIterator& operator++() noexcept {
         ++m_index;
         return *this;
@@ -220,9 +223,11 @@ private:
 // The children of one node: `for (TreeNode* child : xmltree::children(node))`.
 class ChildRange {
 public:
+    // The children of parent; none for null.
     explicit ChildRange(const TreeNode* parent) noexcept : m_parent(parent) {}
     ChildIterator begin() const noexcept { return ChildIterator(m_parent, 0); }
     ChildIterator end() const noexcept { return ChildIterator(); }
+    // The number of children now, and whether there are none.
     int size() const noexcept { return m_parent ? m_parent->getNumChildren() : 0; }
     bool empty() const noexcept { return size() == 0; }
 
@@ -246,6 +251,7 @@ class BreadthFirst {
 public:
     class iterator {
     public:
+        // Iterator traits, for the standard algorithms.
         using iterator_category = std::input_iterator_tag;
         using value_type = TreeNode*;
         using difference_type = std::ptrdiff_t;
@@ -257,6 +263,7 @@ public:
         explicit iterator(BreadthFirst* walk) noexcept : m_walk(walk) {}
         // The node the walk stands on (borrowed).
         TreeNode* operator*() const noexcept { return m_walk->m_current; }
+        // Steps the walk to the next node.
         iterator& operator++() noexcept {
             m_walk->advance();
             return *this;
@@ -278,6 +285,7 @@ public:
     BreadthFirst(const BreadthFirst&) = delete;
     BreadthFirst& operator=(const BreadthFirst&) = delete;
 
+    // begin() continues from where the walk stands: the walk is one pass.
     iterator begin() noexcept { return iterator(this); }
     iterator end() noexcept { return iterator(); }
 

@@ -74,6 +74,7 @@ public:
     // processing text); never the root.
     ~TreeInfo() override;
 
+    // Not copyable: a tree has exactly one record.
     TreeInfo(const TreeInfo&) = delete;
     TreeInfo& operator=(const TreeInfo&) = delete;
 
@@ -520,9 +521,11 @@ public:
     // exactly (case-sensitive bytes). n counts from 0. Results are borrowed;
     // a null tag finds nothing.
 
+    // Whether some child has that tag, that content, or both.
     bool hasChildWithTag(const char* tag);
     bool hasChildWithContent(const char* content);
     bool hasChildWithTagAndContent(const char* tag, const char* content);
+    // How many children have that tag.
     int numChildrenHavingTag(const char* tag);
     // The n-th child with that tag, or null.
     TreeNode* getNthChildWithTag(int n, const char* tag);
