@@ -4,29 +4,28 @@
 
 #include <cstdio>
 
-#include "xmltree/TreeNode.h"
+#include "xmltree/Tree.h"
 
 int main() {
-    // 1. Parse. The parser never rejects a document; the root comes back
-    //    through the last-but-one argument and belongs to the caller.
-    StringBuffer xml(
+    // 1. Parse. The parser never rejects a document. The handle owns the
+    //    tree, keeps it whole through every edit, and frees it at the end.
+    xmltree::Tree shelf;
+    bool parsed = shelf.parseString(
         "<shelf>"
         "<book id='7'><title>Dune</title><year>1965</year></book>"
         "<book id='3'><title>Emma</title><year>1815</year></book>"
         "</shelf>");
-    TreeNode* shelf = nullptr;
-    if (!TreeNode::customParseString(xml, nullptr, nullptr, &shelf, true) || !shelf) return 1;
+    if (!parsed || !shelf) return 1;
 
-    // 2. Find: searches go breadth-first; pass the previous match to resume.
-    for (TreeNode* t = shelf->searchForTag(nullptr, "title"); t;
-         t = shelf->searchForTag(t, "title")) {
-        std::printf("title: %s\n", t->getContent());
+    // 2. Find: walk the children, or search the subtree breadth-first.
+    for (TreeNode* book : xmltree::children(shelf.root())) {
+        std::printf("title: %s\n", book->getChild("title", nullptr)->getContent());
     }
     TreeNode* emma = shelf->searchForAttribute(nullptr, "book", "id", "3");
 
     // 3. Edit: change text, add attributes and children, sort.
     if (emma) emma->getChild("title", nullptr)->setContentUtf8("Emma & Other Stories");
-    TreeNode* book = TreeNode::createNode(shelf, "book");
+    TreeNode* book = TreeNode::createNode(shelf.root(), "book");
     book->addAttribute("id", "5");
     TreeNode::createNode2(book, "title", "Solaris");
     TreeNode::createNode2(book, "year", "1961");
@@ -37,7 +36,5 @@ int main() {
     StringBuffer out;
     shelf->createXML(out, 0, 0, false);
     std::fwrite(out.getString(), 1, static_cast<size_t>(out.getSize()), stdout);
-
-    shelf->deleteTree();
     return 0;
 }

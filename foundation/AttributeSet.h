@@ -21,10 +21,15 @@ class StringBuffer;
 // is unchanged.
 class AttributeSet {
 public:
+    // Heap instances come from the small-object pool.
     XMLTREE_SMALL_OBJECT_POOLED(AttributeSet)
+    // An empty set.
     AttributeSet();
+    // Copies the pairs. Without memory a new copy is empty and an assigned
+    // one unchanged.
     AttributeSet(const AttributeSet& other);
     AttributeSet& operator=(const AttributeSet& other);
+    // The owning node frees its set through this virtual destructor.
     virtual ~AttributeSet();
 
     // Adds the pair as the last attribute; a null value is stored as "".
@@ -36,6 +41,7 @@ public:
     bool removeAttribute(const char* name);
     void clear();  // keeps the storage
 
+    // An attribute of that name exists.
     bool hasAttribute(const char* name) const { return indexOf(name) >= 0; }
     // The attribute of that name (the first one) has exactly this value; a
     // null value reads as "".
@@ -51,6 +57,7 @@ public:
     bool getAttributeName(int index, StringBuffer& out) const;
     bool getAttribute(int index, StringBuffer& name, StringBuffer& value) const;
 
+    // Number of attributes (both names give the same).
     int getSize() const { return m_count; }
     int numAttributes() const { return m_count; }
 

@@ -10,24 +10,32 @@ class LogBase;
 // they were and sets the failure mark (hasFailed) until clear().
 class DataBuffer {
 public:
-  DataBuffer() : m_data(nullptr), m_size(0), m_cap(0), m_failed(false) {}
-  DataBuffer(const DataBuffer& other);
-  DataBuffer& operator=(const DataBuffer& other);
-  ~DataBuffer();
+    // Empty, with no storage.
+    DataBuffer() : m_data(nullptr), m_size(0), m_cap(0), m_failed(false) {}
+    // Copies the bytes. Without memory a new copy is empty and an assigned
+    // one unchanged.
+    DataBuffer(const DataBuffer& other);
+    DataBuffer& operator=(const DataBuffer& other);
+    ~DataBuffer();
 
-  // First byte, valid until the next modification. Null for a buffer that
-  // never held any storage; after clear() it may be non-null with size 0.
-  const unsigned char* getData2() const { return m_data; }
-  unsigned char* getDataMutable() { return m_data; }
-  unsigned int getSize() const { return m_size; }
-  unsigned int getCapacity() const { return m_cap; }
+    // First byte, valid until the next modification. Null for a buffer that
+    // never held any storage; after clear() it may be non-null with size 0.
+    const unsigned char* getData2() const { return m_data; }
+    // The same, writable.
+    unsigned char* getDataMutable() { return m_data; }
+    // Number of bytes held.
+    unsigned int getSize() const { return m_size; }
+    // Bytes that fit before the storage must grow.
+    unsigned int getCapacity() const { return m_cap; }
 
-  bool append(const DataBuffer& other);
-  bool append(const void* bytes, unsigned int n);  // bytes may lie inside this buffer
-  bool appendChar(unsigned char b) {
-      if (m_size == m_cap && !growTo(m_size == ~0u ? 0u : m_size + 1u)) return false;
-      m_data[m_size++] = b;
-      return true;
+    // Appends other's bytes.
+    bool append(const DataBuffer& other);
+    bool append(const void* bytes, unsigned int n);  // bytes may lie inside this buffer
+    // Appends one byte.
+    bool appendChar(unsigned char b) {
+        if (m_size == m_cap && !growTo(m_size == ~0u ? 0u : m_size + 1u)) return false;
+        m_data[m_size++] = b;
+        return true;
     }
     // Decodes `text` in the named encoding and appends the bytes. Only
     // "base64" (any letter case) is known; other names append nothing and
@@ -49,6 +57,7 @@ public:
     // Takes over other's storage and failure mark; other is left empty with
     // no storage.
     void takeData(DataBuffer& other);
+    // Room for totalBytes in all; false when memory runs out.
     bool reserve(unsigned int totalBytes);
 
     // Replaces the contents with the whole file at `path`. On failure the
@@ -57,13 +66,13 @@ public:
     bool loadFileUtf8(const char* path, LogBase* log);
 
 private:
-  // Room for neededCap bytes in all; 0 stands for one byte past the
-  // largest size, which can never be had.
-  bool growTo(unsigned int neededCap);
-  bool setFailed() {
-      m_failed = true;
-      return false;
-  }
+    // Room for neededCap bytes in all; 0 stands for one byte past the
+    // largest size, which can never be had.
+    bool growTo(unsigned int neededCap);
+    bool setFailed() {
+        m_failed = true;
+        return false;
+    }
 
     unsigned char* m_data;
     unsigned int m_size;

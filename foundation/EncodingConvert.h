@@ -23,13 +23,16 @@ class LogBase;
 // code page or name logs a message, appends nothing and returns false.
 class EncodingConvert {
 public:
+    // Holds no state between calls.
     EncodingConvert() {}
     ~EncodingConvert() {}
     EncodingConvert(const EncodingConvert&) = delete;
     EncodingConvert& operator=(const EncodingConvert&) = delete;
 
+    // Converts numBytes bytes from one code page to another, appending to out.
     bool EncConvert(int fromCodePage, int toCodePage, const unsigned char* bytes,
                     unsigned int numBytes, DataBuffer& out, LogBase& log);
+    // The same with the source named as in an XML declaration ("iso-8859-1").
     bool ChConvert2(const char* fromCharset, int toCodePage, const unsigned char* bytes,
                     unsigned int numBytes, DataBuffer& out, LogBase& log);
     // The same with both ends named.

@@ -15,13 +15,16 @@ class StringBuffer;
 // copyable.
 class ExtPtrArray {
 public:
+    // Heap instances come from the small-object pool.
     XMLTREE_SMALL_OBJECT_POOLED(ExtPtrArray)
     ExtPtrArray() : m_items(nullptr), m_size(0), m_cap(0) {}  // allocates on first append
+    // Room for exactly initialCapacity elements; growBy is only a hint.
     ExtPtrArray(int initialCapacity, int growBy);
     ExtPtrArray(const ExtPtrArray&) = delete;
     ExtPtrArray& operator=(const ExtPtrArray&) = delete;
     virtual ~ExtPtrArray();  // frees the slots only
 
+    // Adds p after the last element; false when memory runs out.
     bool append(void* p) {
         if (m_size == m_cap && !grow()) return false;
         m_items[m_size++] = p;
@@ -33,24 +36,30 @@ public:
     // Takes out the element at index, keeping the order of the rest, and
     // returns it; null (and nothing changes) when index is out of range.
     void* removeAt(int index);
+    // The element at index; null when index is out of range.
     void* elementAt(int index) const {
         return (static_cast<unsigned>(index) < static_cast<unsigned>(m_size)) ? m_items[index]
                                                                              : nullptr;
     }
+    // The last element; null when the array is empty.
     void* lastElement() const { return m_size ? m_items[m_size - 1] : nullptr; }
     void* pop() { return m_size ? m_items[--m_size] : nullptr; }  // null when empty
+    // Number of elements.
     int getSize() const { return m_size; }
     void removeAll() { m_size = 0; }  // keeps the storage
     // Deletes every element as a StringBuffer (through its virtual
     // destructor), then empties the array. Only for arrays of StringBuffer*.
     void removeAllObjects();
+    // elementAt(index) as a StringBuffer*.
     StringBuffer* sbAt(int index) const { return static_cast<StringBuffer*>(elementAt(index)); }
     // Stable sort; compare receives pointers to two slots (void* const*).
     void sort(int (*compare)(const void*, const void*));
 
     // Direct access to the slots for tight loops; valid until the next change.
     void** getItems() const { return m_items; }
+    // Room for capacity elements in all; false when memory runs out.
     bool reserve(int capacity);
+    // Elements that fit before the array must grow.
     int getCapacity() const { return m_cap; }
 
 private:

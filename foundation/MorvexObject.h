@@ -6,6 +6,7 @@
 // released through a virtual destructor.
 class MorvexObject {
 public:
+    // Holds no state; copying copies nothing.
     MorvexObject() = default;
     MorvexObject(const MorvexObject&) = default;
     MorvexObject& operator=(const MorvexObject&) = default;

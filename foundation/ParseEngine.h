@@ -19,10 +19,14 @@ class DataBuffer;
 // cleared. Not copyable.
 class ParseEngine {
 public:
+    // The whole text, NUL-terminated.
     StringBuffer textBuf;
+    // textBuf's bytes, for direct reads of textPtr[cursor].
     const char* textPtr;
+    // Index of the current byte, from 0 to the text size (its NUL).
     int cursor;
 
+    // Empty text, cursor 0.
     ParseEngine();
     // A copy of the bytes, cursor 0. Bytes beyond what the cursor can index
     // (INT_MAX - 1) are not cut off: the text stays empty and isTooLarge()
@@ -69,19 +73,20 @@ public:
     // returns false. Quotes are not treated specially.
     bool seekAndCopyToClosing(char open, char close, int depth, StringBuffer& out);
 
-    // Helpers.
+    // Helpers: the text size in bytes, the byte at the cursor, whether that
+    // byte is a NUL (the end of the text for every scan), and its address.
     int getTextSize() const { return textBuf.getSize(); }
     char currentChar() const { return textPtr[cursor]; }
     bool atEnd() const { return textPtr[cursor] == '\0'; }
     const char* currentPtr() const { return textPtr + cursor; }
 
 private:
-  bool appendBytes(const char* p, std::size_t n);
-  bool refuseTooLarge();
-  void syncPtr() { textPtr = textBuf.getString(); }
-  void captureSpan(const char* p, int n, StringBuffer& out) {
-      if (n > 0) out.appendN(p, n);
-      cursor += n;
+    bool appendBytes(const char* p, std::size_t n);
+    bool refuseTooLarge();
+    void syncPtr() { textPtr = textBuf.getString(); }
+    void captureSpan(const char* p, int n, StringBuffer& out) {
+        if (n > 0) out.appendN(p, n);
+        cursor += n;
     }
 
     bool m_tooLarge = false;

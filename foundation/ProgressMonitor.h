@@ -5,6 +5,7 @@
 // the figures; subclass it to show progress or to ask for an abort.
 class ProgressMonitor {
 public:
+    // All figures 0.
     ProgressMonitor() {}
     virtual ~ProgressMonitor() {}
 
@@ -16,6 +17,9 @@ public:
     // Marks the rest of the run as done.
     virtual void consumeRemaining(int code);
 
+    // The figures the default bodies recorded: the run's size, the last
+    // amount reported, the code given to consumeRemaining, and whether it
+    // was called.
     unsigned int getTotal() const { return m_total; }
     unsigned int getAmountConsumed() const { return m_consumed; }
     int getRemainingCode() const { return m_remainingCode; }

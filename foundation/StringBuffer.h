@@ -22,10 +22,11 @@ class ExtPtrArray;
 // caller that made many appends checks once, at the end.
 class StringBuffer {
 public:
+    // Heap instances come from the small-object pool.
     XMLTREE_SMALL_OBJECT_POOLED(StringBuffer)
     static constexpr int kInlineCapacity = 20;  // bytes of text held inline (+ NUL)
 
-    // Both inline: the parser makes one or two per element.
+    // Empty text. Both inline: the parser makes one or two per element.
     StringBuffer()
         : m_data(m_inline),
           m_size(0),
@@ -51,8 +52,10 @@ public:
     StringBuffer(const char* s);  // null reads as ""
     // Empty text with room reserved for `capacity` bytes.
     explicit StringBuffer(int capacity);
+    // Copies the text (the code-page mark too).
     StringBuffer(const StringBuffer& other);
     StringBuffer& operator=(const StringBuffer& other);
+    // Heap instances are freed through this virtual destructor.
     virtual ~StringBuffer();
 
     // Heap factories; they return null when memory runs out and never throw.
@@ -76,21 +79,27 @@ public:
     int getCP() const { return m_cp; }
 
     // --- appending -------------------------------------------------------
+    // Each returns false, with the text unchanged, when memory runs out.
+
+    // Appends s up to its NUL; null appends nothing.
     bool append(const char* s) {
         if (!s) return true;
         const size_t n = std::strlen(s);
         return n <= static_cast<size_t>(kInlineCapacity) ? appendN(s, static_cast<int>(n))
                                                          : appendLong(s, n);
     }
+    // Appends other's whole text (NUL bytes included).
     bool append(const StringBuffer& other) { return appendN(other.m_data, static_cast<int>(other.m_size)); }
     bool append(int v);             // signed decimal text of v
     bool append(char c) = delete;   // use appendChar; append(int) would write the code
+    // Appends one byte.
     bool appendChar(char c) {
         if (m_size == m_cap && !growBy(1)) return false;
         m_data[m_size] = c;
         m_data[++m_size] = '\0';
         return true;
     }
+    // Appends n copies of c.
     bool appendCharN(char c, int n);
     // Appends exactly n bytes from p, NUL bytes included. p may point into
     // this buffer's own text.
@@ -102,6 +111,7 @@ public:
         m_data[m_size] = '\0';
         return true;
     }
+    // Inserts s in front of the text.
     bool prepend(const char* s);
     // For writers that size a piece first: reserveMore(n) makes room for n
     // more bytes, after which appendUnchecked/appendCharUnchecked may add up
@@ -143,18 +153,23 @@ public:
     // --- reading ---------------------------------------------------------
     const char* getString() const { return m_data; }  // never null, "" when empty
     int getSize() const { return static_cast<int>(m_size); }
+    // Bytes of text that fit before the buffer must grow.
     int getCapacity() const { return static_cast<int>(m_cap); }
+    // Byte i; NUL when i is out of range.
     char charAt(int i) const { return (static_cast<uint32_t>(i) < m_size) ? m_data[i] : '\0'; }
     // Pointer to byte i; i == getSize() gives the terminating NUL. Null when
     // i is outside [0, getSize()].
     const char* pCharAt(int i) const {
         return (static_cast<uint32_t>(i) <= m_size) ? m_data + i : nullptr;
     }
+    // The last byte; NUL for an empty text.
     char lastChar() const { return m_size ? m_data[m_size - 1] : '\0'; }
 
+    // Byte-for-byte equality with s; false for null.
     bool equals(const char* s) const;
     bool equalsIgnoreCase(const char* s) const;  // ASCII letters fold
     int compare(const char* s) const;            // strcmp sign convention
+    // Whether c, or the text s, occurs in the text; NoCase folds ASCII letters.
     bool containsChar(char c) const;
     bool containsSubstring(const char* s) const;
     bool containsSubstringNoCase(const char* s) const;

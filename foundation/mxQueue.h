@@ -5,11 +5,14 @@
 // is reused as elements come and go. It owns nothing it holds. Not copyable.
 class _mxQueue {
 public:
+    // An empty queue; storage comes with the first push.
     _mxQueue() : m_items(nullptr), m_cap(0), m_head(0), m_count(0) {}
     _mxQueue(const _mxQueue&) = delete;
     _mxQueue& operator=(const _mxQueue&) = delete;
+    // Frees the queue's storage, not what it holds.
     virtual ~_mxQueue();
 
+    // Adds p at the back.
     bool push(void* p);  // false only when memory runs out
     // Front element (the one pushed earliest), or null when empty.
     void* pop() {
@@ -19,9 +22,13 @@ public:
         --m_count;
         return p;
     }
+    // Front element without taking it out; null when empty.
     void* peek() const { return m_count ? m_items[m_head] : nullptr; }
+    // True while at least one element is queued.
     bool hasObjects() const { return m_count != 0; }
+    // Number of elements queued.
     int getSize() const { return m_count; }
+    // Drops every element (keeps the storage).
     void clear() { m_head = m_count = 0; }
 
 private:

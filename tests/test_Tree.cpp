@@ -1,0 +1,192 @@
+// The ownership and iteration helpers of xmltree/Tree.h.
+
+#include "xmltree/Tree.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <utility>
+
+#include "TreeCheck.h"
+
+namespace {
+
+// A node whose destruction the tests can count.
+int probesFreed = 0;
+struct Probe : TreeNode {
+    ~Probe() override { ++probesFreed; }
+};
+
+xmltree::Tree docWithProbe() {
+    xmltree::Tree doc;
+    EXPECT_TRUE(doc.parseString("<doc><first/></doc>"));
+    EXPECT_TRUE(doc->appendChild2(new Probe, 0));
+    return doc;
+}
+
+std::string walkTags(TreeNode* start) {
+    std::string out;
+    for (TreeNode* n : xmltree::BreadthFirst(start)) out += n->getTag();
+    return out;
+}
+
+}  // namespace
+
+TEST(TreeHandle, FreesOnceReleasesAndMoves) {
+    probesFreed = 0;
+    {
+        xmltree::Tree doc = docWithProbe();
+        EXPECT_EQ(doc->getTreeRefCount(), 1);  // the handle's reference on the root
+        xmltree::Tree moved(std::move(doc));
+        EXPECT_FALSE(doc);
+        EXPECT_EQ(moved->getTreeRefCount(), 1);
+    }
+    EXPECT_EQ(probesFreed, 1);
+
+    xmltree::Tree doc = docWithProbe();
+    TreeNode* root = doc.release();
+    EXPECT_FALSE(doc);
+    EXPECT_EQ(root->getTreeRefCount(), 0);
+    doc.reset();
+    EXPECT_EQ(probesFreed, 1);
+    root->deleteTree();
+    EXPECT_EQ(probesFreed, 2);
+
+    doc = docWithProbe();
+    doc = docWithProbe();  // the first tree goes
+    EXPECT_EQ(probesFreed, 3);
+    EXPECT_FALSE(doc.parseFile("/nonexistent/x.xml"));  // a failed parse leaves it empty
+    EXPECT_FALSE(doc);
+    EXPECT_EQ(probesFreed, 4);
+}
+
+TEST(TreeHandle, ParseResults) {
+    struct Case {
+        const char* text;
+        bool ok, hasRoot;
+    } cases[] = {{"", true, false}, {"no element here", true, false}, {"<a>x</b>", true, true}};
+    for (const Case& c : cases) {
+        xmltree::Tree doc;
+        EXPECT_EQ(doc.parseString(c.text), c.ok) << c.text;
+        EXPECT_EQ(static_cast<bool>(doc), c.hasRoot) << c.text;
+    }
+    DataBuffer empty;
+    xmltree::Tree doc;
+    EXPECT_FALSE(doc.parseData(empty));
+    DataBuffer latin;
+    const char bytes[] = "<?xml version='1.0' encoding='iso-8859-1'?><a>\xE9</a>";
+    ASSERT_TRUE(latin.append(bytes, sizeof bytes - 1));
+    ASSERT_TRUE(doc.parseData(latin));
+    EXPECT_STREQ(doc->getContent(), "\xC3\xA9");
+}
+
+// Nobody holds a reference on a freshly parsed tree, so removing a child
+// used to free the whole document under the caller.
+TEST(TreeHandle, HeldDocumentSurvivesEdits) {
+    xmltree::Tree doc;
+    ASSERT_TRUE(doc.parseString("<doc><first><glob/><keep/><glob/></first><x/></doc>"));
+    TreeNode* first = doc->getChild(0);
+    first->removeChild("glob");
+    EXPECT_EQ(childTags(first), "keep");
+    first->removeFromTree();  // the old tree keeps the handle's reference
+    EXPECT_EQ(childTags(doc.root()), "x");
+    xmltree::Tree detached(first);
+    EXPECT_TRUE(treeIsConsistent(doc.root()));
+    EXPECT_TRUE(treeIsConsistent(detached.root()));
+}
+
+TEST(NodeRef, KeepsARemovedSubtreeAlive) {
+    xmltree::Tree doc;
+    ASSERT_TRUE(doc.parseString("<r><a><b/></a><c/></r>"));
+    TreeNode* a = doc->getChild(0);
+    xmltree::Tree kept;
+    {
+        xmltree::NodeRef guard(a);
+        EXPECT_EQ(doc->getTreeRefCount(), 2);
+        doc->removeChild("a");  // deletes an unreferenced child
+        EXPECT_EQ(a->getParent(), nullptr);
+        EXPECT_EQ(a->getRoot(), a);
+        EXPECT_EQ(childTags(a), "b");
+        EXPECT_EQ(doc->getTreeRefCount(), 1);
+        kept.reset(a);
+    }
+    EXPECT_EQ(kept->getTreeRefCount(), 1);
+    EXPECT_TRUE(treeIsConsistent(kept.root()));
+
+    xmltree::Tree c = xmltree::Tree::detach(doc->getChild(0));
+    ASSERT_TRUE(c);
+    EXPECT_STREQ(c->getTag(), "c");
+    EXPECT_EQ(doc->getNumChildren(), 0);
+    EXPECT_FALSE(xmltree::Tree::detach(doc.root()));  // a root has nothing to leave
+}
+
+TEST(BreadthFirst, LevelOrderDepthAndSkip) {
+    xmltree::Tree doc;
+    ASSERT_TRUE(doc.parseString("<r><a><b><d/></b><f/></a><c><e/></c></r>"));
+    std::string order, depths;
+    xmltree::BreadthFirst walk(doc.root());
+    for (TreeNode* n : walk) {
+        order += n->getTag();
+        depths += static_cast<char>('0' + walk.depth());
+    }
+    EXPECT_EQ(order, "racbfed");
+    EXPECT_EQ(depths, "0112223");
+
+    // The same order as the library's own searches.
+    std::string searched;
+    for (TreeNode* n = doc->searchAllForMatchingNode(nullptr, "*"); n;
+         n = doc->searchAllForMatchingNode(n, "*"))
+        searched += n->getTag();
+    EXPECT_EQ(searched, order);
+
+    std::string pruned;
+    xmltree::BreadthFirst skipping(doc.root());
+    for (TreeNode* n : skipping) {
+        pruned += n->getTag();
+        if (n->getTag()[0] == 'a') skipping.skipChildren();
+    }
+    EXPECT_EQ(pruned, "race");
+    EXPECT_EQ(walkTags(nullptr), "");
+    EXPECT_EQ(walkTags(doc->getChild(1)), "ce");
+}
+
+TEST(BreadthFirst, MillionDeepChainWithoutRecursion) {
+    constexpr int kDepth = 1000000;
+    xmltree::Tree chain(TreeNode::createRoot("n"));
+    TreeNode* tip = chain.root();
+    for (int i = 1; i < kDepth; ++i) tip = TreeNode::createNode(tip, "n");
+    int visited = 0;
+    xmltree::BreadthFirst walk(chain.root());
+    for (TreeNode* n : walk) visited += n != nullptr;
+    EXPECT_EQ(visited, kDepth);
+    EXPECT_FALSE(walk.failed());
+    EXPECT_EQ(walk.current(), nullptr);
+}
+
+TEST(ChildRange, OrderEmptyAndRemovalWhileIterating) {
+    EXPECT_TRUE(xmltree::children(nullptr).empty());
+    xmltree::Tree doc;
+    ASSERT_TRUE(doc.parseString("<r><a/><b/><c/></r>"));
+    std::string tags;
+    for (TreeNode* child : xmltree::children(doc.root())) tags += child->getTag();
+    EXPECT_EQ(tags, "abc");
+    auto kids = xmltree::children(doc.root());
+    EXPECT_EQ(std::find_if(kids.begin(), kids.end(),
+                           [](TreeNode* n) { return n->getTag()[0] == 'b'; }),
+              std::next(kids.begin()));
+    EXPECT_TRUE(xmltree::children(doc->getChild(0)).empty());  // no children array
+
+    // The range rereads the array: removing as it goes never runs past the end.
+    int steps = 0;
+    for (TreeNode* child : xmltree::children(doc.root())) {
+        (void)child;
+        doc->removeChildByIndex(0);
+        ++steps;
+    }
+    EXPECT_EQ(steps, 2);
+    EXPECT_EQ(childTags(doc.root()), "c");
+    doc->removeChildByIndex(0);
+    EXPECT_EQ(xmltree::children(doc.root()).size(), 0);  // an emptied array
+    EXPECT_TRUE(xmltree::children(doc.root()).begin() == xmltree::children(doc.root()).end());
+}
