@@ -465,7 +465,9 @@ public:
     // declaration, DOCTYPE or processing text written with index 0 begins
     // with an empty line; pass 1 to avoid it. depth is this node's
     // indentation level (0 for a document). Nothing for a node outside a
-    // tree. When out cannot grow the text ends early; out.hasFailed() tells.
+    // tree. When out cannot grow the text ends early, always on a whole
+    // prefix of the document, and out.hasFailed() tells; a buffer already
+    // marked failed takes nothing more (clear() it first).
     // Moves the declaration's "standalone" to the end of its attributes.
     void createXML(StringBuffer& out, int index, int depth, bool omitDeclaration);
     // Appends the indentation and the open tag with the attributes. True when
