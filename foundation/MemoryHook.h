@@ -22,11 +22,14 @@ bool countAllocation() noexcept;
 // Counts one release.
 void countRelease() noexcept;
 
+inline bool hookArmed() noexcept {
+    return g_hookArmed.load(std::memory_order_relaxed);
+}
 inline bool allocationFails() noexcept {
-    return g_hookArmed.load(std::memory_order_relaxed) && countAllocation();
+    return hookArmed() && countAllocation();
 }
 inline void noteRelease() noexcept {
-    if (g_hookArmed.load(std::memory_order_relaxed)) countRelease();
+    if (hookArmed()) countRelease();
 }
 
 inline void* allocate(std::size_t n) noexcept {

@@ -510,9 +510,10 @@ void* allocateSlow(Cache& c, std::size_t cls) {
 
 }  // namespace
 
-void* SmallObjectPool::allocate(std::size_t n) noexcept {
-    if (xmltree::mem::allocationFails()) return nullptr;
-    if (n > kMaxBlock || n == 0) return ::operator new(n, std::nothrow);
+namespace {
+
+inline void* allocateBlock(std::size_t n) noexcept {
+    if (n > SmallObjectPool::kMaxBlock || n == 0) return ::operator new(n, std::nothrow);
     const std::size_t cls = classOf(n);
     Cache& c = t_cache;
     if (void* p = pop(c, cls)) return p;
@@ -520,9 +521,22 @@ void* SmallObjectPool::allocate(std::size_t n) noexcept {
     return allocateSlow(c, cls);
 }
 
+// Counted allocations (tests only) take a path of their own, so that the
+// common one keeps its registers free.
+__attribute__((noinline)) void* allocateCounted(std::size_t n) noexcept {
+    return xmltree::mem::countAllocation() ? nullptr : allocateBlock(n);
+}
+
+}  // namespace
+
+void* SmallObjectPool::allocate(std::size_t n) noexcept {
+    if (__builtin_expect(xmltree::mem::hookArmed(), 0)) return allocateCounted(n);
+    return allocateBlock(n);
+}
+
 void SmallObjectPool::deallocate(void* p, std::size_t n) noexcept {
     if (!p) return;
-    xmltree::mem::noteRelease();
+    if (__builtin_expect(xmltree::mem::hookArmed(), 0)) xmltree::mem::countRelease();
     if (n > kMaxBlock || n == 0) {
         ::operator delete(p);
         return;

@@ -5,14 +5,51 @@
 // so that each rule they carry is written once.
 
 #include <cstddef>
+#include <new>
 
-class AttributeSet;
-class ExtPtrArray;
-class TreeNode;
+#include "xmltree/TreeNode.h"
 
-// Link work on a node's fields; a friend of TreeNode.
+// The links between a node, its parent and its siblings, kept in step with
+// the parent's children array. Every attach and detach goes through link()
+// and unlink(); tree membership and references are their callers' part. A
+// friend of TreeNode.
 class TreeNodeLinks {
   public:
+    // The children array of parent, made on first use: sized after the
+    // previous sibling's, since siblings tend to have alike shapes, and to
+    // hold at least `atLeast`. Null when memory runs out.
+    static ExtPtrArray* childArray(TreeNode* parent, int atLeast = 0) {
+        if (parent->children) return parent->children;
+        int cap = 5;
+        if (parent->prevSibling && parent->prevSibling->getNumChildren() > 0)
+            cap = parent->prevSibling->getNumChildren();
+        if (cap < atLeast) cap = atLeast;
+        return parent->children = new (std::nothrow) ExtPtrArray(cap, 5);
+    }
+
+    // Makes child the last of parent's children. False, with nothing
+    // changed, when memory runs out.
+    static bool linkLast(TreeNode* parent, TreeNode* child) {
+        ExtPtrArray* kids = childArray(parent);
+        if (!kids) return false;
+        TreeNode* last = static_cast<TreeNode*>(kids->lastElement());
+        if (!kids->append(child)) return false;
+        if (last) last->nextSibling = child;
+        child->prevSibling = last;
+        child->nextSibling = nullptr;
+        child->parent = parent;
+        return true;
+    }
+
+    // Puts child at `index` (0 to the number of children) among parent's
+    // children. False, with nothing changed, when memory runs out.
+    static bool link(TreeNode* parent, int index, TreeNode* child);
+
+    // Takes child out of its parent's array and joins its neighbours; its
+    // own parent and sibling links end null. False, with nothing changed,
+    // when the parent does not list it.
+    static bool unlink(TreeNode* child);
+
     // Destroys the children in `kids` (which their dying parent no longer
     // holds) with their subtrees and frees the array; no recursion, no
     // allocation.

@@ -138,7 +138,7 @@ public:
     static TreeNode* createRoot3(const char* tag, DataBuffer& content);
 
     // The element name; "" when the node has none, never null.
-    const char* getTag() const;
+    const char* getTag() const { return tag ? tag->getString() : ""; }
     // The tag buffer itself (owned by the node); null when there is no name.
     StringBuffer* _getMyTagSB2();
     // Sets the name. Bytes that may not stand in an XML name are dropped
@@ -215,7 +215,7 @@ public:
     void setCdata(bool b);
 
     // The content; "" when there is none, never null. Valid until it changes.
-    const char* getContent() const;
+    const char* getContent() const { return content ? content->getString() : ""; }
     // The content buffer itself (owned by the node); null when there is none.
     StringBuffer* getContentSb();
     // The same, from a const node.

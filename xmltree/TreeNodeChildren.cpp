@@ -5,17 +5,10 @@
 #include <cstring>
 #include <new>
 
+#include "xmltree/TreeInternal.h"
 #include "xmltree/TreeNode.h"
 
 namespace {
-
-const char* tagText(const TreeNode* node) {
-    return node->getTag();
-}
-
-const char* contentText(const TreeNode* node) {
-    return node->getContent();
-}
 
 // Detaching `child` takes its subtree's references out of the tree; when none
 // are left elsewhere the rest of the tree, this parent included, is destroyed.
@@ -74,26 +67,13 @@ bool TreeNode::appendChild2(TreeNode* child, int) {
     int savedCount = child->treeInfo ? child->treeInfo->refCount : 0;
     if (child->treeInfo == treeInfo) return false;
 
-    if (!children) {
-        // Siblings tend to have alike shapes; size the array after the
-        // previous sibling's.
-        int cap = 5;
-        if (prevSibling && prevSibling->getNumChildren() > 0) cap = prevSibling->getNumChildren();
-        children = new (std::nothrow) ExtPtrArray(cap, 5);
-        if (!children) return false;
-    }
-    TreeNode* last = static_cast<TreeNode*>(children->lastElement());
-    if (!children->append(child)) return false;
+    if (!TreeNodeLinks::linkLast(this, child)) return false;
 
     if (child->treeInfo) {
         if (child->treeInfo->magic == kTreeMagicAlive) delete child->treeInfo;
         child->treeInfo = nullptr;
     }
     child->treeInfo = treeInfo;
-    if (last) last->nextSibling = child;
-    child->prevSibling = last;
-    child->nextSibling = nullptr;
-    child->parent = this;
     child->setInfoRecursive(treeInfo);
     if (treeInfo) treeInfo->refCount += savedCount;
     return true;
@@ -105,24 +85,12 @@ bool TreeNode::insertChild(int index, TreeNode* child) {
     int savedCount = child->treeInfo ? child->treeInfo->refCount : 0;
     if (child->treeInfo == treeInfo) return false;
 
-    if (!children) {
-        children = new (std::nothrow) ExtPtrArray(5, 5);
-        if (!children) return false;
-    }
-    if (!children->insertAt(index, child)) return false;
+    if (!TreeNodeLinks::link(this, index, child)) return false;
 
     if (child->treeInfo) {
         if (child->treeInfo->magic == kTreeMagicAlive) delete child->treeInfo;
         child->treeInfo = nullptr;
     }
-    TreeNode* left = static_cast<TreeNode*>(children->elementAt(index - 1));
-    TreeNode* right = static_cast<TreeNode*>(children->elementAt(index + 1));
-    child->prevSibling = left;
-    child->nextSibling = right;
-    if (left) left->nextSibling = child;
-    if (right) right->prevSibling = child;
-
-    child->parent = this;
     child->treeInfo = treeInfo;
     if (treeInfo) treeInfo->refCount += savedCount;
     child->setInfoRecursive(treeInfo);
@@ -131,19 +99,49 @@ bool TreeNode::insertChild(int index, TreeNode* child) {
 
 // ---- detaching ----------------------------------------------------------------
 
-void TreeNode::removeFromTree() {
-    if (!parent || !parent->children) return;
-    ExtPtrArray* siblings = parent->children;
-    void** items = siblings->getItems();
-    int n = siblings->getSize();
-    int index = 0;
-    while (index < n && items[index] != this)
-        ++index;
-    if (index == n) return;
+// ---- the link primitives ------------------------------------------------------
 
-    if (prevSibling) prevSibling->nextSibling = nextSibling;
-    if (nextSibling) nextSibling->prevSibling = prevSibling;
+bool TreeNodeLinks::link(TreeNode* parent, int index, TreeNode* child) {
+    ExtPtrArray* kids = childArray(parent);
+    if (!kids || !kids->insertAt(index, child)) return false;
+    TreeNode* left = static_cast<TreeNode*>(kids->elementAt(index - 1));
+    TreeNode* right = static_cast<TreeNode*>(kids->elementAt(index + 1));
+    child->prevSibling = left;
+    child->nextSibling = right;
+    if (left) left->nextSibling = child;
+    if (right) right->prevSibling = child;
+    child->parent = parent;
+    return true;
+}
+
+bool TreeNodeLinks::unlink(TreeNode* child) {
+    ExtPtrArray* siblings = child->parent ? child->parent->children : nullptr;
+    if (!siblings) return false;
+    void** items = siblings->getItems();
+    const int n = siblings->getSize();
+    int index = 0;
+    while (index < n && items[index] != child)
+        ++index;
+    if (index == n) return false;
+    if (child->prevSibling) child->prevSibling->nextSibling = child->nextSibling;
+    if (child->nextSibling) child->nextSibling->prevSibling = child->prevSibling;
     siblings->removeAt(index);
+    child->parent = nullptr;
+    child->prevSibling = nullptr;
+    child->nextSibling = nullptr;
+    return true;
+}
+
+void TreeNode::removeFromTree() {
+    // The new record comes first: without it the subtree would belong to
+    // nobody, so running out of memory leaves everything as it was.
+    if (!parent || !parent->children) return;
+    TreeInfo* info = new (std::nothrow) TreeInfo();
+    if (!info) return;
+    if (!TreeNodeLinks::unlink(this)) {
+        delete info;
+        return;
+    }
 
     int sum = localRefcountSum();
     TreeInfo* old = treeInfo;
@@ -156,15 +154,9 @@ void TreeNode::removeFromTree() {
         }
     }
 
-    TreeInfo* info = new (std::nothrow) TreeInfo();
     treeInfo = info;
-    if (info) {
-        info->root = this;
-        info->refCount = sum;
-    }
-    parent = nullptr;
-    prevSibling = nullptr;
-    nextSibling = nullptr;
+    info->root = this;
+    info->refCount = sum;
     setInfoRecursive(info);
 }
 
@@ -202,11 +194,11 @@ void removeMatching(TreeNode* self, const char* wanted, TextOf text) {
 }  // namespace
 
 void TreeNode::removeChild(const char* tagName) {
-    removeMatching(this, tagName, tagText);
+    removeMatching(this, tagName, [](const TreeNode* n) { return n->getTag(); });
 }
 
 void TreeNode::removeChildWithContent(const char* contentValue) {
-    removeMatching(this, contentValue, contentText);
+    removeMatching(this, contentValue, [](const TreeNode* n) { return n->getContent(); });
 }
 
 void TreeNode::moveUpChildWithContent(const char* wanted) {
@@ -214,7 +206,7 @@ void TreeNode::moveUpChildWithContent(const char* wanted) {
     int n = getNumChildren();
     for (int i = 1; i < n; ++i) {
         TreeNode* child = getChild(i);
-        if (std::strcmp(contentText(child), wanted) != 0) continue;
+        if (std::strcmp(child->getContent(), wanted) != 0) continue;
         bool ends = detachEndsTree(child);
         child->removeFromTree();
         if (!ends) insertChild(i - 1, child);
@@ -227,7 +219,7 @@ void TreeNode::moveDownChildWithContent(const char* wanted) {
     int n = getNumChildren();
     for (int i = 0; i < n - 1; ++i) {
         TreeNode* child = getChild(i);
-        if (std::strcmp(contentText(child), wanted) != 0) continue;
+        if (std::strcmp(child->getContent(), wanted) != 0) continue;
         bool ends = detachEndsTree(child);
         child->removeFromTree();
         if (!ends) insertChild(i + 1, child);
@@ -251,7 +243,7 @@ void TreeNode::renameChildTag(const char* oldTag, const char* newTag) {
     int n = getNumChildren();
     for (int i = 0; i < n; ++i) {
         TreeNode* child = getChild(i);
-        if (std::strcmp(tagText(child), oldTag) == 0) child->_setMyTag(newTag);
+        if (std::strcmp(child->getTag(), oldTag) == 0) child->_setMyTag(newTag);
     }
 }
 

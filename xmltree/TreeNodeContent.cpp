@@ -103,10 +103,6 @@ void TreeNode::setCdata(bool b) {
 
 // ---- reading ----------------------------------------------------------------
 
-const char* TreeNode::getContent() const {
-    return content ? content->getString() : "";
-}
-
 StringBuffer* TreeNode::getContentSb() {
     return content;
 }

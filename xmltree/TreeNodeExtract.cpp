@@ -13,14 +13,6 @@
 
 class TreeExtract {
   public:
-    static const char* tagText(const TreeNode* n) { return n->tag ? n->tag->getString() : ""; }
-
-    // The node's content text, "" without a content buffer, or null when the
-    // buffer yields no string (such a node contributes nothing).
-    static const char* contentText(const TreeNode* n) {
-        return n->content ? n->content->getString() : "";
-    }
-
     static int contentSize(const TreeNode* n) { return n->content ? n->content->getSize() : 0; }
     static const StringBuffer* content(const TreeNode* n) { return n->content; }
     static const AttributeSet* attributes(const TreeNode* n) { return n->attributes; }
@@ -39,7 +31,7 @@ class TreeExtract {
         bool cuts(const TreeNode* n) const {
             int count = m_names.getSize();
             if (count == 0) return false;
-            const char* tag = tagText(n);
+            const char* tag = n->getTag();
             for (int i = 0; i < count; ++i) {
                 if (m_names.sbAt(i)->equals(tag)) return true;
             }
@@ -51,7 +43,7 @@ class TreeExtract {
     };
 
     static bool sameTag(const TreeNode* n, const char* tag) {
-        const char* t = tagText(n);
+        const char* t = n->getTag();
         return t[0] == tag[0] && std::strcmp(t, tag) == 0;
     }
 
@@ -65,7 +57,7 @@ class TreeExtract {
 
 void TreeNode::getAllContent(StringBuffer& out, char separator) {
     walkBreadthFirst(this, [&](TreeNode* n) {
-        const char* text = TreeExtract::contentText(n);
+        const char* text = n->getContent();
         if (text) out.append(text);
         out.appendChar(separator);
         return WalkStep::kDescend;
@@ -80,7 +72,7 @@ void TreeExtract::accumulate(TreeNode* start, const char* tag, StringBuffer& out
     SkipList skip(skipTags);
     bool first = true;
     walkBreadthFirst(start, [&](TreeNode* n) {
-        const char* text = (!tag || sameTag(n, tag)) ? contentText(n) : nullptr;
+        const char* text = (!tag || sameTag(n, tag)) ? n->getContent() : nullptr;
         if (text) {
             if (!first) out.appendChar(' ');
             out.append(text);
@@ -102,7 +94,7 @@ void TreeNode::collectTagContent(const char* tagName, StringConsumer* consumer) 
     if (!tagName || !consumer) return;
     walkBreadthFirst(this, [&](TreeNode* n) {
         if (TreeExtract::sameTag(n, tagName)) {
-            const char* text = TreeExtract::contentText(n);
+            const char* text = n->getContent();
             if (text) consumer->consumeString(text);
         }
         return WalkStep::kDescend;
@@ -112,7 +104,7 @@ void TreeNode::collectTagContent(const char* tagName, StringConsumer* consumer) 
 // A short content marked src="ext" is an index into the caller's externals;
 // anything of 8 bytes or more is base64, whatever its attributes say.
 void TreeExtract::appendBase64Piece(const TreeNode* n, DataBuffer& out, ExtPtrArray* externals) {
-    const char* text = contentText(n);
+    const char* text = n->getContent();
     if (!text) return;
     if (contentSize(n) >= 8) {
         out.appendEncoded(text, "base64");
@@ -156,7 +148,7 @@ bool TreeExtract::isSignificant(const TreeNode* n, int minLength, ExtPtrArray& s
                                 int numSkipTags, ExtPtrArray& excludeTexts) {
     int size = contentSize(n);
     if (size <= minLength) return false;
-    const char* tag = tagText(n);
+    const char* tag = n->getTag();
     for (int i = 0; i < numSkipTags; ++i) {
         const StringBuffer* name = skipTags.sbAt(i);
         if (name && strcasecmp(name->getString(), tag) == 0) return false;
@@ -201,7 +193,7 @@ TreeNode* TreeNode::findBiggestContent(int minSize, int maxSize, const char* exc
     walkBreadthFirst(this, [&](TreeNode* n) {
         int size = TreeExtract::contentSize(n);
         if (size > bestSize && size >= minSize && size <= maxSize &&
-            (!excludeTag || strcasecmp(TreeExtract::tagText(n), excludeTag) != 0)) {
+            (!excludeTag || strcasecmp(n->getTag(), excludeTag) != 0)) {
             best = n;
             bestSize = size;
         }

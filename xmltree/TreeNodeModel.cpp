@@ -200,10 +200,6 @@ TreeNode* TreeNode::createRoot3(const char* tagText, DataBuffer& bytes) {
 
 // ---- tags -----------------------------------------------------------------
 
-const char* TreeNode::getTag() const {
-    return tag ? tag->getString() : "";
-}
-
 StringBuffer* TreeNode::_getMyTagSB2() {
     return tag;
 }

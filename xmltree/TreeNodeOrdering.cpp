@@ -10,6 +10,7 @@
 #include "foundation/StringBuffer.h"
 #include "foundation/StringFunctions.h"
 #include "foundation/StringPair.h"
+#include "xmltree/TreeInternal.h"
 #include "xmltree/TreeNode.h"
 
 namespace {
@@ -27,10 +28,6 @@ using Comparator = int (*)(const void*, const void*);
 
 class TreeOrdering {
   public:
-    static const char* tagText(const TreeNode* n) { return n->tag ? n->tag->getString() : ""; }
-    static const char* contentText(const TreeNode* n) {
-        return n->content ? n->content->getString() : "";
-    }
     static void attributeValue(const TreeNode* n, StringBuffer& out) {
         if (n->attributes) n->attributes->getAttributeValue(tnSearchAttribute, out);
     }
@@ -57,7 +54,7 @@ struct TagKey {
     using Value = const char*;
     static bool ready() { return true; }
     static bool load(const TreeNode* n, Value& v) {
-        v = TreeOrdering::tagText(n);
+        v = n->getTag();
         return true;
     }
 };
@@ -66,7 +63,7 @@ struct ContentKey {
     using Value = const char*;
     static bool ready() { return true; }
     static bool load(const TreeNode* n, Value& v) {
-        v = TreeOrdering::contentText(n);
+        v = n->getContent();
         return true;
     }
 };
@@ -95,7 +92,7 @@ struct ContentIntKey {
     using Value = int;
     static bool ready() { return true; }
     static bool load(const TreeNode* n, Value& v) {
-        v = std::atoi(TreeOrdering::contentText(n));
+        v = std::atoi(n->getContent());
         return true;
     }
 };
@@ -282,10 +279,10 @@ TreeNode* TreeOrdering::insertSorted(TreeNode* parent, TreeNode* node, const cha
     for (int i = 0; i < count; ++i) {
         const TreeNode* kid = static_cast<const TreeNode*>(kids->elementAt(i));
         if (!kid) continue;
-        int byTag = std::strcmp(tagText(kid), tag);
+        int byTag = std::strcmp(kid->getTag(), tag);
         bool after = byTag > 0;
         if (byTag == 0 && content) {
-            const char* kidContent = contentText(kid);
+            const char* kidContent = kid->getContent();
             after = kidContent && std::strcmp(kidContent, content) > 0;
         }
         if (after) return parent->insertChild(i, node) ? node : nullptr;
@@ -297,7 +294,7 @@ TreeNode* TreeNode::insertAscending(const char* tagName, const char* contentValu
     if (!tagName) return nullptr;
     TreeNode* node = new (std::nothrow) TreeNode(tagName, contentValue, 0);
     if (!node) return nullptr;
-    if (!children) children = new (std::nothrow) ExtPtrArray(5, 5);
+    TreeNodeLinks::childArray(this);
     // Only a node of a tree can take a child; one refused here would belong
     // to nobody, so it goes at once.
     TreeNode* placed =

@@ -226,23 +226,10 @@ TreeNode* TreeParser::newChild(const char* name, int len) {
             return nullptr;
         }
     }
-    ExtPtrArray* kids = cur->children;
-    if (!kids) {
-        // Siblings tend to have alike shapes; size the array after the
-        // previous sibling's.
-        int cap = 5;
-        if (cur->prevSibling && cur->prevSibling->getNumChildren() > 0)
-            cap = cur->prevSibling->getNumChildren();
-        kids = cur->children = new (std::nothrow) ExtPtrArray(cap, 5);
-    }
-    TreeNode* last = kids ? static_cast<TreeNode*>(kids->lastElement()) : nullptr;
-    if (!kids || !kids->append(node)) {
+    if (!TreeNodeLinks::linkLast(cur, node)) {
         delete node;
         return nullptr;
     }
-    if (last) last->nextSibling = node;
-    node->prevSibling = last;
-    node->parent = cur;
     node->treeInfo = cur->treeInfo;
     return node;
 }

@@ -13,22 +13,14 @@
 
 class TreeQueries {
   public:
-    static const char* tagText(const TreeNode* n) { return n->tag ? n->tag->getString() : ""; }
-
-    // Content text, "" without a content buffer; null when the buffer yields
-    // no string, which the counting lookups pass over.
-    static const char* contentText(const TreeNode* n) {
-        return n->content ? n->content->getString() : "";
-    }
-
     // Most tags differ in their first byte, so that test settles most
     // mismatches without a call.
     static bool sameText(const char* a, const char* b) {
         return a[0] == b[0] && std::strcmp(a, b) == 0;
     }
-    static bool hasTag(const TreeNode* n, const char* tag) { return sameText(tagText(n), tag); }
+    static bool hasTag(const TreeNode* n, const char* tag) { return sameText(n->getTag(), tag); }
     static bool hasContent(const TreeNode* n, const char* content) {
-        const char* text = contentText(n);
+        const char* text = n->getContent();
         return text && std::strcmp(text, content) == 0;
     }
     static const AttributeSet* attributes(const TreeNode* n) { return n->attributes; }
@@ -154,7 +146,7 @@ TreeNode* TreeNode::nextMatchingRecord(const char* tagName, const char* pattern)
     if (!tagName) return nullptr;
     for (TreeNode* record = this; record; record = record->nextSibling) {
         TreeNode* field = record->getChild(tagName, nullptr);
-        if (field && wildcardMatch(TreeQueries::contentText(field), pattern, true)) return record;
+        if (field && wildcardMatch(field->getContent(), pattern, true)) return record;
     }
     return nullptr;
 }
@@ -172,13 +164,13 @@ TreeNode* TreeNode::searchForMatchingNode(TreeNode* after, const char* tagName,
     if (!tagName) return nullptr;
     return TreeQueries::search(this, after, [&](TreeNode* n) {
         return TreeQueries::hasTag(n, tagName) &&
-               wildcardMatch(TreeQueries::contentText(n), pattern, true);
+               wildcardMatch(n->getContent(), pattern, true);
     });
 }
 
 TreeNode* TreeNode::searchAllForMatchingNode(TreeNode* after, const char* pattern) {
     return TreeQueries::search(this, after, [&](TreeNode* n) {
-        return wildcardMatch(TreeQueries::contentText(n), pattern, true);
+        return wildcardMatch(n->getContent(), pattern, true);
     });
 }
 

@@ -3,6 +3,7 @@
 
 #include <new>
 
+#include "xmltree/TreeInternal.h"
 #include "xmltree/TreeNode.h"
 
 class TreeSwap {
@@ -19,17 +20,21 @@ class TreeSwap {
         if (slot) slot->setString(text);
     }
 
+    // Room for n children under `to`, so that adopting them cannot fail.
+    static bool roomFor(TreeNode& to, int n) {
+        if (n <= 0) return true;
+        ExtPtrArray* kids = TreeNodeLinks::childArray(&to, n);
+        return kids && kids->reserve(n);
+    }
+
     // Appends the n listed nodes under `to`, in order, and returns the
-    // references they carry. Their sibling links move with them untouched.
+    // references they carry. `to` has room for them (roomFor).
     static int adoptAll(TreeNode& to, void** kids, int n) {
-        if (n <= 0) return 0;
-        if (!to.children) to.children = new (std::nothrow) ExtPtrArray(n, 5);
-        if (!to.children) return 0;
         int moved = 0;
         for (int i = 0; i < n; ++i) {
             TreeNode* child = static_cast<TreeNode*>(kids[i]);
-            to.children->append(child);
-            child->parent = &to;
+            if (!child) continue;
+            TreeNodeLinks::linkLast(&to, child);
             moved += child->localRefcountSum();
         }
         return moved;
@@ -52,11 +57,16 @@ void TreeNode::swapNode(TreeNode& other) {
 }
 
 void TreeNode::swapTree(TreeNode& other) {
+    // Room first: once children are on the move, running out of memory would
+    // leave some of them with no parent. Without it nothing changes.
+    const int m = getNumChildren();
+    ExtPtrArray mine;
+    if (!mine.reserve(m) || !TreeSwap::roomFor(*this, other.getNumChildren()) ||
+        !TreeSwap::roomFor(other, m))
+        return;
     swapNode(other);
 
-    ExtPtrArray mine;
     if (children) {
-        int m = children->getSize();
         void** items = children->getItems();
         for (int i = 0; i < m; ++i)
             mine.append(items[i]);
