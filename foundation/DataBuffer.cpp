@@ -189,7 +189,8 @@ bool DataBuffer::loadFileUtf8(const char* path, LogBase* log) {
                 std::fclose(f);
                 return fail("File too large", 0);
             }
-            if (st.st_size > 0 && !loaded.reserve(static_cast<unsigned int>(st.st_size))) {
+            // One byte more, for the NUL a parse puts after the text.
+            if (st.st_size > 0 && !loaded.reserve(static_cast<unsigned int>(st.st_size) + 1u)) {
                 std::fclose(f);
                 return fail("Out of memory reading file", 0);
             }

@@ -66,6 +66,7 @@ public:
     bool loadFileUtf8(const char* path, LogBase* log);
 
 private:
+    friend class TextTransfer;
     // Room for neededCap bytes in all; 0 stands for one byte past the
     // largest size, which can never be had.
     bool growTo(unsigned int neededCap);

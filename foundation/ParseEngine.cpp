@@ -7,6 +7,7 @@
 #include "foundation/ByteScan.h"
 #include "foundation/DataBuffer.h"
 #include "foundation/InputLimit.h"
+#include "foundation/TextTransfer.h"
 
 namespace {
 
@@ -35,6 +36,17 @@ ParseEngine::ParseEngine(const DataBuffer& data) : textPtr(nullptr), cursor(0) {
         }
     }
     syncPtr();
+}
+
+void TextTransfer::load(DataBuffer& from, ParseEngine& engine) {
+    const unsigned int n = from.getSize();
+    if (n > xmltree::parseInputLimit()) {
+        engine.refuseTooLarge();
+    } else if (move(from, engine.textBuf)) {
+        engine.syncPtr();
+    } else if (n) {
+        engine.appendBytes(reinterpret_cast<const char*>(from.getData2()), n);
+    }
 }
 
 bool ParseEngine::refuseTooLarge() {

@@ -81,6 +81,7 @@ public:
     const char* currentPtr() const { return textPtr + cursor; }
 
 private:
+    friend class TextTransfer;
     bool appendBytes(const char* p, std::size_t n);
     bool refuseTooLarge();
     void syncPtr() { textPtr = textBuf.getString(); }

@@ -7,10 +7,12 @@
 #include <new>
 
 #include "foundation/ByteScan.h"
+#include "foundation/DataBuffer.h"
 #include "foundation/ExtPtrArray.h"
 #include "foundation/MemoryHook.h"
 #include "foundation/SmallObjectPool.h"
 #include "foundation/StringFunctions.h"
+#include "foundation/TextTransfer.h"
 
 namespace {
 
@@ -92,6 +94,22 @@ char* resizeBlock(char* p, uint32_t cap, uint32_t newCap, uint32_t keep) {
 
 // ---------------------------------------------------------------------------
 // construction
+
+bool TextTransfer::move(DataBuffer& from, StringBuffer& to) {
+    // A heap text block holds m_cap + 1 bytes and comes from malloc when
+    // m_cap is not a pooled capacity, as every DataBuffer block does.
+    const uint32_t size = from.m_size;
+    if (from.m_cap == 0 || to.m_size != 0 || to.onHeap()) return false;
+    const uint32_t cap = from.m_cap - 1;
+    if (size > cap || cap > kMaxSize || pooledCapacity(cap)) return false;
+    to.m_data = reinterpret_cast<char*>(from.m_data);
+    to.m_cap = cap;
+    to.m_size = size;
+    to.m_data[size] = '\0';
+    from.m_data = nullptr;
+    from.m_size = from.m_cap = 0;
+    return true;
+}
 
 StringBuffer::StringBuffer(const char* s) : StringBuffer() {
     if (s) append(s);

@@ -219,6 +219,7 @@ public:
     void split(ExtPtrArray& out, char sep, bool flag1, bool flag2) const;
 
 private:
+    friend class TextTransfer;
     static constexpr uint8_t kAliveMark = 0xA7;
     static constexpr uint8_t kDeadMark = 0x31;
 

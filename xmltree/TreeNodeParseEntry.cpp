@@ -6,6 +6,7 @@
 // for instance when decoding ran out of memory) is not parsed: what it holds
 // is not the whole document, and a tree of it would lose the rest silently.
 
+#include "foundation/TextTransfer.h"
 #include "xmltree/TreeNode.h"
 
 namespace {
@@ -30,7 +31,8 @@ bool TreeNode::customParseFile(const char* path, LogBase* log, ProgressMonitor* 
     DataBuffer data;
     if (!loadToUtf8(path, data, *log)) return false;
     if (data.hasFailed()) return refuseIncomplete(*log, outRoot);
-    ParseEngine engine(data);
+    ParseEngine engine;
+    TextTransfer::load(data, engine);  // the loaded bytes are parsed where they lie
     bool ok = customParse(engine, log, monitor, outRoot, trimWhitespace);
     if (ok && outRoot && *outRoot) {
         // The tree holds UTF-8 now; a declared 16-bit encoding would be a lie.
