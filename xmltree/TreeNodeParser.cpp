@@ -36,6 +36,8 @@ bool TreeParser::run(TreeNode** outRoot) {
             monitor = nullptr;  // an empty text gets no progress call at all
         }
     }
+    closeHooks = monitor || notes;
+    if (notes) return runNoted(outRoot);
     const char* p = t + e.cursor;
     Step step = kLoop;
     while (step != kStop) {
@@ -45,6 +47,36 @@ bool TreeParser::run(TreeNode** outRoot) {
                 break;
             case kDispatch:
                 step = dispatch(p);
+                break;
+            case kCdata:
+                step = viaEngine(p, &TreeParser::cdataSection);
+                break;
+            case kFail:
+                releaseAll();
+                return false;
+            case kStop:
+                break;
+        }
+    }
+    e.cursor = static_cast<int>(p - t);
+    finish(outRoot);
+    return true;
+}
+
+// The main loop for a logger that wants notes: the same steps but for the
+// opening tags, which are noted around the common step. So the loop of
+// every other parse has no trace of them.
+bool TreeParser::runNoted(TreeNode** outRoot) {
+    notes->checkText();
+    const char* p = t + e.cursor;
+    Step step = kLoop;
+    while (step != kStop) {
+        switch (step) {
+            case kLoop:
+                step = loopTop(p);
+                break;
+            case kDispatch:
+                step = notedDispatch(p);
                 break;
             case kCdata:
                 step = viaEngine(p, &TreeParser::cdataSection);
@@ -73,7 +105,11 @@ TreeParser::Step TreeParser::loopTop(const char*& pos) {
     if (*p == '\0') return kStop;
     if (cur) return textRun(pos);
     p = skipWs(p);
-    if (*p != '<') p = bytescan::findCharOrEnd(p, '<');  // text outside elements is dropped
+    if (*p != '<') {
+        const char* lt = bytescan::findCharOrEnd(p, '<');  // text outside elements is dropped
+        if (notes) notes->outside(p, lt);
+        p = lt;
+    }
     pos = p;
     if (*p != '<') return kStop;
     pos = p + 1;
@@ -117,6 +153,7 @@ TreeParser::Step TreeParser::textRun(const char*& pos) {
 }
 
 void TreeParser::appendText(const char* run, int len) {
+    if (notes) notes->textRun(run, len, cur);
     StringBuffer* sb = cur->content;
     int from = 0;
     if (!sb) {
@@ -156,12 +193,40 @@ TreeParser::Step TreeParser::dispatch(const char*& pos) {
     }
 }
 
+// Dispatch with the opening tag noted: the element made is the one opened,
+// or the child (or top-level element) that a self-closing tag added.
+TreeParser::Step TreeParser::notedDispatch(const char*& pos) {
+    const char noted = *pos;
+    if (noted == '?' || noted == '/' || noted == '!') return dispatch(pos);
+    pos = skipWs(pos);
+    if (*pos == '\0') return kStop;
+    TreeNode* const parent = cur;
+    const int children = parent ? parent->getNumChildren() : 0;
+    const TreeNode* const previousRoot = completed;
+    const char* const name = pos;
+    notes->tagStarts(name, !parent);
+    const Step next = openingTag(pos);
+    const TreeNode* made = nullptr;
+    if (cur && cur != parent) {
+        made = cur;
+    } else if (parent && cur == parent && parent->getNumChildren() == children + 1) {
+        made = parent->getChild(children);
+    } else if (!parent && !cur && completed != previousRoot) {
+        made = completed;
+    }
+    if (made) notes->elementStart(name, scanToNameEnd(name, kNames.tag), made);
+    return next;
+}
+
 TreeParser::Step TreeParser::openingTag(const char*& pos) {
     const char* name = pos;
     const int cleanLen = cleanNameLength(name, kNames.tag);
     const char* end = cleanLen >= 0 ? name + cleanLen : scanToNameEnd(name, kNames.tag);
     pos = end;
-    if (*end == '\0') return kStop;  // a tag cut off by the end makes no element
+    if (*end == '\0') {  // a tag cut off by the end makes no element
+        if (notes) notes->tagCutOff(name);
+        return kStop;
+    }
     bool selfClosing = false;
     const char* p = skipWs(end);
     if (*p == '/') {
@@ -239,6 +304,7 @@ TreeNode* TreeParser::newElement(const char* name, int len) {
 // attribute storage is sized once, exactly; a name that needs cleaning goes
 // through addAttribute, after those before it.
 const char* TreeParser::attribute(const char* p, TreeNode* node) {
+    const char* const raw = p;
     const char* name = p;
     int nameLen = cleanNameLength(name, kNames.attr);
     const bool clean = nameLen >= 0;
@@ -255,6 +321,7 @@ const char* TreeParser::attribute(const char* p, TreeNode* node) {
         name = nameBuf.getString();
         nameLen = nameBuf.getSize();
     }
+    if (notes) notes->attribute(raw, p, name, nameLen, node);
     p = skipWs(p);
     PendingAttr a{name, nameLen, "", 0, -1};
     if (*p == '=') p = scanValue(skipWs(p + 1), a);
@@ -296,10 +363,12 @@ const char* TreeParser::scanValue(const char* p, PendingAttr& a) {
     } else {
         end = findEither(value, textEnd, '"', '\'');
         amp = std::memchr(value, '&', static_cast<size_t>(end - value)) != nullptr;
+        if (notes) notes->note(xmltree::ParseNote::kUnquotedValue, value, end, cur);
     }
     a.value = value;
     a.valueLen = static_cast<int>(end - value);
     if (amp) {
+        if (notes) notes->references(value, end, cur);
         const int from = decoded.getSize();
         decoded.appendN(value, a.valueLen);
         decodeEntities(decoded, from);
@@ -336,15 +405,19 @@ void TreeParser::closeCurrent() {
 
 TreeParser::Step TreeParser::closingTag(const char*& pos) {
     const char* p = pos;
-    if (monitor) {
-        bool abort = false;
-        monitor->setAmountConsumed2_32(static_cast<unsigned int>(p - t), abort);
+    if (closeHooks) {
+        if (monitor) {
+            bool abort = false;
+            monitor->setAmountConsumed2_32(static_cast<unsigned int>(p - t), abort);
+        }
+        if (notes) notes->closingTag(p, cur);
     }
     p = findEither(p, textEnd, '>', '<');
     if (*p == '>') {
         ++p;
     } else {
         e.cursor = static_cast<int>(p - t);  // a log may report where the parse stands
+        if (notes) notes->note(xmltree::ParseNote::kClosingTagUnended, p, p, cur);
         log->logError("Error in closing tag");
         if (cur) log->logNameValue("error_tag", cur->getTag());
     }
@@ -371,6 +444,10 @@ void TreeParser::finishRoot(TreeNode* r, bool deletePrevious) {
     }
     r->setDocType(docType.getString());
     r->setProcessing(processing.getString());
+    if (notes) {
+        const bool replaces = deletePrevious && completed && completed->magic == kTreeMagicAlive;
+        notes->rootFinished(replaces ? completed : nullptr);
+    }
     // A later top-level element replaces an earlier one.
     if (deletePrevious && completed && completed->magic == kTreeMagicAlive) delete completed;
     completed = r;
@@ -379,6 +456,7 @@ void TreeParser::finishRoot(TreeNode* r, bool deletePrevious) {
 
 void TreeParser::finish(TreeNode** outRoot) {
     if (cur) {
+        if (notes) notes->openAtEnd(cur, completed != nullptr, t + e.cursor);
         TreeNode* top = topOf(cur);
         if (!completed) {
             finishRoot(top, false);  // open elements are closed silently
