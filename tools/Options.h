@@ -35,6 +35,9 @@ struct Options {
     bool first = false;
     bool descending = false;
     bool ignoreCase = false;
+    bool crlf = false;       // keep the writer's CR LF line ends
+    bool lossy = false;      // write even what does not keep everything
+    bool positions = false;  // find: FILE:LINE:COL: before each match
 };
 
 // What parseArguments decided.
