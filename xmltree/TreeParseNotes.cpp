@@ -190,8 +190,8 @@ void ParseNoter::references(const char* from, const char* to, const TreeNode* el
             const bool hex = q < limit && (*q == 'x' || *q == 'X');
             if (hex) ++q;
             const char* digits = q;
-            while (q < limit && (hex ? std::isxdigit(static_cast<unsigned char>(*q))
-                                     : (*q >= '0' && *q <= '9')))
+            while (q < limit &&
+                   (hex ? std::isxdigit(static_cast<unsigned char>(*q)) : (*q >= '0' && *q <= '9')))
                 ++q;
             if (q == digits) continue;
         } else {

@@ -67,8 +67,8 @@ class ParseNoter {
     LogBase& m_log;
     const char* m_text;
     const char* m_end;
-    int m_tagAt = -1;        // the '<' of the tag being read
-    int m_rootAt = -1;       // the '<' of the top-level element being read
+    int m_tagAt = -1;   // the '<' of the tag being read
+    int m_rootAt = -1;  // the '<' of the top-level element being read
     int m_rootLen = 0;
     int m_completedAt = -1;  // the '<' of the last finished one
     int m_completedLen = 0;
