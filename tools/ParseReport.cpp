@@ -94,7 +94,7 @@ std::string shown(const char* text, size_t size, int offset, int length, size_t 
 // The span up to its first blank: "<!ELEMENT" of "<!ELEMENT x ...>".
 std::string firstWord(const char* text, size_t size, int offset, int length) {
     int n = 0;
-    while (n < length && static_cast<size_t>(offset + n) < size) {
+    while (n < length && static_cast<size_t>(offset) + static_cast<size_t>(n) < size) {
         char c = text[offset + n];
         if (c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '>') break;
         ++n;
@@ -104,7 +104,8 @@ std::string firstWord(const char* text, size_t size, int offset, int length) {
 
 std::string hexBytes(const char* text, size_t size, int offset, int length) {
     std::string s;
-    for (int i = 0; i < length && i < 8 && static_cast<size_t>(offset + i) < size; ++i) {
+    for (int i = 0;
+         i < length && i < 8 && static_cast<size_t>(offset) + static_cast<size_t>(i) < size; ++i) {
         char b[4];
         std::snprintf(b, sizeof b, "%s%02X", i ? " " : "",
                       static_cast<unsigned char>(text[offset + i]));
