@@ -6,8 +6,9 @@
 // Exit statuses of the tool.
 enum ExitCode {
     kExitOk = 0,
-    kExitNotFound = 1,  // check logged something, find matched nothing, no element
-    kExitUsage = 2,     // bad command line, unreadable input, unwritable output
+    kExitNotFound = 1,  // check listed something, find matched nothing, no element
+    kExitUsage = 2,     // bad command line, unreadable input, failed parse, -o refused or
+                        // unwritable
 };
 
 // Everything the command line said. Strings are empty when not given; the
