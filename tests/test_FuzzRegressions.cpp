@@ -1,10 +1,11 @@
 // Replays every saved fuzz input, and the seed corpus, through the
-// parse-write-parse check of the fuzzer.
+// parse-write-parse check and the parse-notes check of the fuzzer.
 
 #include <gtest/gtest.h>
 
 #include <string>
 
+#include "fuzz/notes_check.h"
 #include "fuzz/roundtrip_check.h"
 #include "tests/TestSupport.h"
 
@@ -16,6 +17,7 @@ void replay(const std::string& dir) {
     for (const std::string& path : filesIn(dir)) {
         std::string bytes = readFile(path);
         EXPECT_EQ(roundtrip::check(bytes.data(), bytes.size()), "") << path;
+        EXPECT_EQ(notescheck::check(bytes.data(), bytes.size()), "") << path;
     }
 }
 

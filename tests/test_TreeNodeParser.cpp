@@ -54,15 +54,45 @@ std::string text(const StringBuffer* sb) {
     return sb ? sb->getString() : "";
 }
 
+// Records the messages and, when it asks for them, the parse notes, each as
+// "kind@offset'span'(element)"; element starts only with `starts`.
+struct NotingLog : RecordingLog {
+    bool wanted = false;
+    bool starts = false;
+    std::string text;
+    Lines notes;
+    bool wantsParseNotes() const override { return wanted; }
+    void logParseNote(xmltree::ParseNote what, int offset, int length,
+                      const TreeNode* element) override {
+        static const char* const kNames[] = {
+            "start",  "comment", "unclosed-comment", "declaration", "pi",       "charref",
+            "entref", "joined",  "after-cdata",      "outside",     "replaced", "dropped",
+            "nul",    "encoding", "utf8",            "unended",     "mismatch", "stray",
+            "open",   "dtd",      "cutoff",          "bad-element", "bad-attr", "dup",
+            "no-value", "unquoted"};
+        if (what == xmltree::ParseNote::kElementStart && !starts) return;
+        ASSERT_GE(offset, 0);
+        ASSERT_LE(static_cast<size_t>(offset) + static_cast<size_t>(length), text.size());
+        std::string n = kNames[static_cast<int>(what)];
+        n += "@" + std::to_string(offset) + "'" + text.substr(offset, length) + "'";
+        if (element) n += "(" + std::string(element->getTag()) + ")";
+        notes.push_back(n);
+    }
+};
+
 // Owns the parsed tree for the length of a test.
 struct Parsed {
     TreeNode* root = nullptr;
     bool ok = false;
-    RecordingLog log;
-    Parsed(const std::string& in, bool trim, ProgressMonitor* mon = nullptr) {
-        StringBuffer sb;
-        sb.appendN(in.data(), static_cast<int>(in.size()));
-        ok = TreeNode::customParseString(sb, &log, mon, &root, trim);
+    NotingLog log;
+    Parsed(const std::string& in, bool trim, ProgressMonitor* mon = nullptr, bool notes = false,
+           bool starts = false) {
+        ParseEngine engine;
+        engine.appendN(in.data(), static_cast<int>(in.size()));
+        log.wanted = notes;
+        log.starts = starts;
+        log.text = in;
+        ok = TreeNode::customParse(engine, &log, mon, &root, trim);
     }
     ~Parsed() {
         if (root) root->deleteTree();
@@ -124,7 +154,61 @@ TEST(ParserMarkup, RecoveryRulesAndEdges) {
         Parsed p(c.in, c.trim);
         EXPECT_TRUE(p.ok) << c.in;
         EXPECT_EQ(p.tree(), c.tree) << c.in << (c.trim ? " (trim)" : " (keep)");
+        // A logger that takes notes gets the same tree and messages.
+        Parsed noted(c.in, c.trim, nullptr, true);
+        EXPECT_EQ(noted.tree(), c.tree) << c.in;
+        EXPECT_EQ(noted.log.lines, p.log.lines) << c.in;
     }
+}
+
+// Each kind of note at the place it concerns. The spans are what a report
+// shows; the messages of the recoveries follow their notes.
+TEST(ParserNotes, EachKindAtItsPlace) {
+    const struct {
+        std::string in;
+        Lines notes;
+    } cases[] = {
+        {"<a>x<!--c-->y</a>", {"comment@4'<!--c-->'(a)", "joined@12'y'(a)"}},
+        {"<a>x<!-- open", {"unclosed-comment@4'<!-- open'(a)", "open@13''(a)"}},
+        {"<!FOO x><a/>", {"declaration@0'<!FOO x>'"}},
+        {"<a><?p x?></a><?q?>", {"pi@3'<?p x?>'(a)", "pi@14'<?q?>'"}},
+        {"<a v='&#1;&x;'>&#x41;&nbsp;&amp;&lt;AT&T &#;</a>",
+         {"charref@6'&#1;'(a)", "entref@10'&x;'(a)", "charref@15'&#x41;'(a)",
+          "entref@21'&nbsp;'(a)"}},
+        {"<a><b/>t</a>", {"joined@7't'(a)"}},
+        {"<a><![CDATA[c]]> d <b/></a>", {"after-cdata@17'd'(a)"}},
+        {" x <a/> y", {"outside@1'x'", "outside@8'y'"}},
+        {"<a/><b/>", {"replaced@0'<a'(a)"}},
+        {"<a/><b>", {"dropped@4'<b'(b)"}},
+        {std::string("<a>x\0y</a>", 10), {"nul@4'" + std::string("\0y</a>", 6) + "'", "open@4''(a)"}},
+        {"<a>\xE9\xE8t\xC3</a>", {"utf8@3'\xE9\xE8'", "utf8@6'\xC3'"}},
+        {"<r><a></a<b/></x>", {"unended@9''(a)", "mismatch@15'x'(r)"}},
+        {"</x><a/>", {"stray@0'</'"}},
+        {"<a><b>", {"open@6''(b)", "open@6''(a)"}},
+        {"<!DOCTYPE r [", {"dtd@0'<!DOCTYPE r ['"}},
+        {"<a><b", {"cutoff@3'<b'", "open@5''(a)"}},
+        {"<1a b\"c='1' d e='' e='2' =\"v\" f=g'/>",
+         {"bad-attr@4'b\"c'(1a)", "no-value@12'd'(1a)", "dup@19'e'(1a)",
+          "bad-attr@25''(1a)", "unquoted@32'g'(1a)", "bad-element@1'1a'(1a)"}},
+    };
+    for (const auto& c : cases) {
+        Parsed p(c.in, true, nullptr, true);
+        EXPECT_TRUE(p.ok);
+        EXPECT_EQ(p.log.notes, c.notes) << c.in;
+    }
+    // Every element made, at its '<', the one a later root destroys too.
+    Parsed starts("<r>< a/> <b>t</b></r><s/>", true, nullptr, true, true);
+    EXPECT_EQ(starts.log.notes, (Lines{"start@0'<r'(r)", "start@3'< a'(a)", "start@9'<b'(b)",
+                                       "replaced@0'<r'(r)", "start@21'<s'(s)"}));
+    // The input decoding notes a declared encoding it cannot convert.
+    NotingLog log;
+    log.wanted = true;
+    log.text = "<?xml version='1.0' encoding = 'X-No-Such'?><a/>";
+    DataBuffer data;
+    data.append(log.text.data(), static_cast<unsigned int>(log.text.size()));
+    EXPECT_TRUE(TreeNode::convertXmlToUtf8(data, log));
+    EXPECT_EQ(log.notes, Lines{"encoding@32'X-No-Such'"});
+    EXPECT_EQ(bytesOf(data), log.text);
 }
 
 // Many attributes in one tag, with references, names that need cleaning and

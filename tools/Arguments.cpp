@@ -38,7 +38,7 @@ const char kProgramHelp[] =
     "\n"
     "commands:\n"
     "  format   write the document back, indented\n"
-    "  check    list the places where the parser had to recover\n"
+    "  check    list what the parse did not keep, moved or recovered from\n"
     "  text     write the text content of the document\n"
     "  find     write the elements that match a tag, content or attribute\n"
     "  sort     sort the children of an element and write the document\n"
@@ -48,39 +48,68 @@ const char kProgramHelp[] =
     "  -h, --help     this text, or a command's own with 'xmltree COMMAND --help'\n"
     "  --version      the version\n"
     "\n"
-    "exit status: 0 success; 1 nothing found (find), recovery logged (check),\n"
-    "or a document without any element; 2 usage or input/output error.\n";
+    "exit status: 0 success; 1 nothing found (find), something listed (check),\n"
+    "or a document without any element; 2 usage or input/output error, a parse\n"
+    "that failed (out of memory), or -o refused.\n";
 
 const char kFormatHelp[] =
     "usage: xmltree format [options] FILE\n"
     "\n"
     "Writes the document as the library's writer makes it: the prolog first,\n"
-    "one element per line, four blanks of indentation per level, CR LF line\n"
-    "ends. The writer starts a document without prolog with an empty line; the\n"
-    "tool drops that one line, so the output begins with the root element.\n"
-    "The output is UTF-8, so a declaration naming another encoding is written\n"
-    "with encoding=\"utf-8\" instead.\n"
+    "one element per line, four blanks of indentation per level. The writer\n"
+    "starts a document without prolog with an empty line; the tool drops that\n"
+    "one line, so the output begins with the root element. The output is\n"
+    "UTF-8, so a declaration naming another encoding is written with\n"
+    "encoding=\"utf-8\" instead. Line ends are LF (a CR LF inside text becomes\n"
+    "LF too, as any XML reader sees it); --crlf keeps the writer's CR LF.\n"
+    "\n"
+    "The tree does not keep all a file may hold: comments; processing\n"
+    "instructions inside or after the top-level element (they move to the\n"
+    "prolog); character and entity references other than the five predefined\n"
+    "ones (kept as text, so &#233; comes out as &amp;#233;); text after a child\n"
+    "element (joined to the element's text); text after a CDATA section or\n"
+    "outside the top-level element; declarations outside a DOCTYPE; an earlier\n"
+    "top-level element; all after a NUL byte or an unclosed comment; the name of\n"
+    "an encoding that cannot be converted. When FILE held any of these, one\n"
+    "line on standard error says what was not kept. With -o onto an existing\n"
+    "file nothing is written then and the exit status is 2, unless --lossy is\n"
+    "given. Repairs that keep the content (a closing tag with another name, an\n"
+    "element not closed, a duplicate attribute, a name that is not an XML name,\n"
+    "bytes that are not UTF-8) do not count. 'xmltree check FILE' lists them all.\n"
     "\n"
     "options:\n"
     "  --keep-whitespace  keep whitespace around text (default: trim it)\n"
     "  --no-declaration   leave out the <?xml ...?> declaration\n"
-    "  -o OUT             write to OUT instead of standard output; OUT is\n"
-    "                     replaced only once the new text is complete, so it\n"
-    "                     may be FILE itself\n";
+    "  --crlf             CR LF line ends, as the library writes them\n"
+    "  --lossy            write even what does not keep everything, and say nothing\n"
+    "  -o OUT             write to OUT instead of standard output. A regular\n"
+    "                     file is replaced only once the new text is complete\n"
+    "                     (so OUT may be FILE itself) and keeps its mode; a\n"
+    "                     symbolic link keeps pointing at its target, which is\n"
+    "                     replaced; a directory, FIFO or device is refused\n";
 
 const char kCheckHelp[] =
     "usage: xmltree check FILE\n"
     "\n"
-    "Parses the document and lists every recovery the parser logged, one per\n"
-    "line, as FILE:LINE:COLUMN: MESSAGE, followed by the element concerned\n"
-    "when the parser names one. LINE counts line feeds from 1; COLUMN counts\n"
-    "characters (not bytes) of the UTF-8 text from 1. The position is where\n"
-    "the parser stood when it logged: for \"Error in closing tag\" the '<' that\n"
-    "cut the closing tag short. Positions refer to the text after conversion to\n"
-    "UTF-8. Messages of the character-set conversion come first, without a\n"
-    "position.\n"
+    "Lists what the parse did not keep, moved or had to recover from, one per\n"
+    "line in the order of the text, as FILE:LINE:COLUMN: WHAT, with the element\n"
+    "concerned when there is one.\n"
+    "  Not kept (see 'xmltree format --help'): comments, processing instructions\n"
+    "  moved to the prolog, references kept as text, text joined across a child\n"
+    "  element, text after a CDATA section or outside the top-level element,\n"
+    "  declarations outside a DOCTYPE, a top-level element replaced by a later\n"
+    "  one (or a later one left open), what follows a NUL byte, an encoding\n"
+    "  that cannot be converted (the bytes are read as they are).\n"
+    "  Recovered: \"Error in closing tag\" (a closing tag cut short by the '<'\n"
+    "  shown), a closing tag with another name or outside any element, an\n"
+    "  element not closed, \"Unclosed comment\", \"Failed to parse DTD\", a tag\n"
+    "  cut off by the end, duplicate attributes, attributes without a value or\n"
+    "  without quotes, names that are not XML names, bytes that are not UTF-8.\n"
+    "LINE counts line feeds from 1; COLUMN counts characters (not bytes) from 1,\n"
+    "both in the text after conversion to UTF-8. Messages of the character-set\n"
+    "conversion come first, without a position.\n"
     "\n"
-    "Exit status 0 when nothing was logged, 1 when something was.\n";
+    "Exit status 0 when nothing was listed, 1 when something was.\n";
 
 const char kTextHelp[] =
     "usage: xmltree text [options] FILE\n"
@@ -99,7 +128,8 @@ const char kFindHelp[] =
     "usage: xmltree find [options] FILE --tag T\n"
     "\n"
     "Writes every element tagged T (exact, case-sensitive) that passes the\n"
-    "other tests, breadth-first: shallower elements before deeper ones.\n"
+    "other tests, breadth-first: shallower elements before deeper ones, each\n"
+    "as 'format' writes elements and ended by a line end (LF).\n"
     "Patterns are case-sensitive wildcards over the whole text: '*' matches any\n"
     "run, '?' one byte.\n"
     "\n"
@@ -108,6 +138,9 @@ const char kFindHelp[] =
     "  --content PATTERN     the element's text matches PATTERN\n"
     "  --attr NAME=PATTERN   the attribute NAME matches PATTERN\n"
     "  --first               stop at the first match\n"
+    "  --positions           a line FILE:LINE:COLUMN: before each match, the\n"
+    "                        place of its '<' (counted as 'check' does)\n"
+    "  --crlf                CR LF line ends, as the library writes them\n"
     "  --keep-whitespace     keep whitespace around text\n"
     "\n"
     "Exit status 1 when nothing matches.\n";
@@ -116,7 +149,8 @@ const char kSortHelp[] =
     "usage: xmltree sort [options] FILE --by KEY\n"
     "\n"
     "Sorts the children of the root (or of the first element tagged TAG,\n"
-    "breadth-first) and writes the document as 'format' does.\n"
+    "breadth-first) and writes the document as 'format' does, saying what was\n"
+    "not kept and refusing to replace a file then, unless --lossy is given.\n"
     "\n"
     "keys:\n"
     "  tag                  the child's tag\n"
@@ -137,15 +171,18 @@ const char kSortHelp[] =
     "  --at TAG             sort the children of the first element tagged TAG\n"
     "  --keep-whitespace    keep whitespace around text\n"
     "  --no-declaration     leave out the <?xml ...?> declaration\n"
+    "  --crlf               CR LF line ends, as the library writes them\n"
+    "  --lossy              write even what does not keep everything\n"
     "  -o OUT               write to OUT atomically, as 'format -o'\n";
 
 const char kStatsHelp[] =
     "usage: xmltree stats FILE\n"
     "\n"
-    "Counts elements and attributes, the maximum depth (the root is depth 1)\n"
-    "and the bytes of text content; shows the declared encoding, whether a\n"
-    "DOCTYPE and style sheets are present, the time taken to read and parse\n"
-    "the file and the rate in MB/s (10^6 bytes of input per second).\n"
+    "Counts the bytes read, elements and attributes, the maximum depth (the\n"
+    "root is depth 1) and the bytes of text content; shows the declared\n"
+    "encoding, whether a DOCTYPE and style sheets are present, the time taken\n"
+    "to read and parse the file and the rate in MB/s (10^6 bytes of input per\n"
+    "second).\n"
     "\n"
     "options:\n"
     "  --keep-whitespace  keep whitespace around text\n";
@@ -175,6 +212,9 @@ enum class OptId {
     kDesc,
     kIgnoreCase,
     kAt,
+    kCrlf,
+    kLossy,
+    kPositions,
 };
 
 struct OptionInfo {
@@ -198,6 +238,9 @@ const OptionInfo kOptions[] = {
     {"--desc", OptId::kDesc, false, kSort},
     {"--ignore-case", OptId::kIgnoreCase, false, kSort},
     {"--at", OptId::kAt, true, kSort},
+    {"--crlf", OptId::kCrlf, false, kFormat | kSort | kFind},
+    {"--lossy", OptId::kLossy, false, kFormat | kSort},
+    {"--positions", OptId::kPositions, false, kFind},
 };
 
 ArgAction usageError(const char* command, const char* what, const char* detail) {
@@ -253,6 +296,15 @@ bool applyOption(OptId id, const char* value, Options& o) {
         case OptId::kAt:
             o.at = value;
             o.hasAt = true;
+            break;
+        case OptId::kCrlf:
+            o.crlf = true;
+            break;
+        case OptId::kLossy:
+            o.lossy = true;
+            break;
+        case OptId::kPositions:
+            o.positions = true;
             break;
     }
     return true;

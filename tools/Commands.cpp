@@ -2,36 +2,21 @@
 
 #include "Commands.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "Document.h"
 #include "Output.h"
+#include "ParseReport.h"
 #include "foundation/StringFunctions.h"
-#include "foundation/mxQueue.h"
+#include "xmltree/Tree.h"
 #include "xmltree/TreeNode.h"
 
 namespace {
-
-// Owns the parsed tree for the length of a command.
-class LoadedTree {
-  public:
-    LoadedTree() {}
-    ~LoadedTree() {
-        if (m_root) m_root->deleteTree();
-    }
-    LoadedTree(const LoadedTree&) = delete;
-    LoadedTree& operator=(const LoadedTree&) = delete;
-
-    int load(const Options& o) { return loadDocument(o, &m_root, &m_stats); }
-    TreeNode* root() const { return m_root; }
-    const LoadStats& stats() const { return m_stats; }
-
-  private:
-    TreeNode* m_root = nullptr;
-    LoadStats m_stats;
-};
 
 const char* textOf(const char* s) {
     return s ? s : "";
@@ -69,40 +54,85 @@ struct FindQuery {
     }
 };
 
-// One breadth-first walk from root in the library's search order: level by
-// level, each level in document order. The visit queue holds one family of
-// children at a time; the parent queue holds visited nodes with children.
-template <typename Visit>
-void walkBreadthFirst(TreeNode* root, Visit visit) {
-    _mxQueue toVisit;
-    _mxQueue parents;
-    toVisit.push(root);
-    while (TreeNode* node = static_cast<TreeNode*>(toVisit.pop())) {
-        if (!visit(node)) return;
-        if (childCount(node) > 0) parents.push(node);
-        if (toVisit.hasObjects()) continue;
-        if (TreeNode* parent = static_cast<TreeNode*>(parents.pop())) {
-            int n = childCount(parent);
-            for (int i = 0; i < n; ++i)
-                toVisit.push(childAt(parent, i));
-        }
-    }
-}
-
 // A match is written as an element of its own at depth 0. Index 1 keeps the
 // writer from starting it with an empty line. The root is written without
 // its prolog: a search result is an element, not a document.
 void writeMatch(TreeNode* node, StringBuffer& out) {
     if (node->getParent() != nullptr) {
         node->createXML(out, 1, 0, true);
-        return;
+    } else if (!node->openTag(out, 0)) {
+        node->outputContent(out);
+        int n = childCount(node);
+        for (int i = 0; i < n; ++i)
+            childAt(node, i)->createXML(out, i, 1, false);
+        node->closeTag(out, 0);
     }
-    if (node->openTag(out, 0)) return;
-    node->outputContent(out);
-    int n = childCount(node);
-    for (int i = 0; i < n; ++i)
-        childAt(node, i)->createXML(out, i, 1, false);
-    node->closeTag(out, 0);
+    const int size = out.getSize();
+    if (size == 0 || out.getString()[size - 1] != '\n') out.append("\r\n");
+}
+
+// "NAME:LINE:COLUMN:" of each node's '<', in the order given; positions the
+// report does not know are left empty.
+std::vector<std::string> matchPlaces(const std::vector<TreeNode*>& nodes, const ParseReport& report,
+                                     const LoadedDocument& doc, const std::string& name) {
+    std::vector<std::pair<int, size_t>> byOffset;
+    for (size_t i = 0; i < nodes.size(); ++i)
+        byOffset.emplace_back(report.startOf(nodes[i]), i);
+    std::sort(byOffset.begin(), byOffset.end());
+    std::vector<std::string> places(nodes.size());
+    TextPosition position;
+    char text[64];
+    for (const auto& entry : byOffset) {
+        if (entry.first < 0 || static_cast<size_t>(entry.first) > doc.textSize()) continue;
+        position.moveTo(doc.text(), entry.first);
+        std::snprintf(text, sizeof text, ":%d:%d:", position.line(), position.column());
+        places[entry.second] = name + text;
+    }
+    return places;
+}
+
+// What `format` and `sort` do once the tree is ready: refuse to replace a
+// file with a text that does not keep everything (unless --lossy), write,
+// and say on standard error what was not kept.
+int writeDocument(const Options& o, LoadedDocument& doc, const ParseReport& report,
+                  OutputFile* file) {
+    long things = 0;
+    const std::string lost = report.lossSummary(&things);
+    if (!lost.empty() && file && file->targetExists()) {
+        return reportError(kExitUsage,
+                           "'%s' not replaced: %s would not be kept ('xmltree check %s' lists "
+                           "them; --lossy writes anyway)",
+                           o.output.c_str(), lost.c_str(), o.input.c_str());
+    }
+    int status = emitDocument(o, doc.root(), doc.stats().inputBytes, file);
+    if (status == kExitOk && !lost.empty()) {
+        reportError(kExitOk, "%s %s not kept; 'xmltree check %s' lists them", lost.c_str(),
+                    things == 1 ? "was" : "were", o.input.c_str());
+    }
+    return status;
+}
+
+// Loads the input of `format` or `sort`, with -o prepared first: a path
+// that cannot be written is refused before any reading.
+int loadForWriting(const Options& o, OutputFile& file, ParseReport& report, LoadedDocument& doc) {
+    if (o.hasOutput) {
+        int status = file.prepare(o.output);
+        if (status != kExitOk) return status;
+    }
+    int status = doc.load(o, report);
+    if (status == kExitOk) doc.releaseText();
+    return status;
+}
+
+// Notes are counted only when a summary may be wanted.
+ParseReport::Mode writingMode(const Options& o) {
+    return o.lossy ? ParseReport::Mode::kMessages : ParseReport::Mode::kCount;
+}
+
+int writeText(const StringBuffer& out) {
+    if (outputFailed(out))
+        return reportError(kExitUsage, "cannot write standard output: Out of memory");
+    return writeStandardOutput(out.getString(), static_cast<size_t>(out.getSize()));
 }
 
 struct SortKey {
@@ -242,43 +272,59 @@ void appendProlog(StringBuffer& out, TreeNode* root) {
 }  // namespace
 
 int runFormat(const Options& o) {
-    LoadedTree tree;
-    int status = tree.load(o);
+    OutputFile file;
+    ParseReport report(writingMode(o));
+    LoadedDocument doc;
+    int status = loadForWriting(o, file, report, doc);
     if (status != kExitOk) return status;
-    return emitDocument(o, tree.root(), tree.stats().inputBytes);
+    return writeDocument(o, doc, report, o.hasOutput ? &file : nullptr);
 }
 
 int runText(const Options& o) {
-    LoadedTree tree;
-    int status = tree.load(o);
+    ParseReport report(ParseReport::Mode::kMessages);
+    LoadedDocument doc;
+    int status = doc.load(o, report);
     if (status != kExitOk) return status;
+    doc.releaseText();
     StringBuffer out;
     const char* skip = o.hasSkip ? o.skip.c_str() : nullptr;
     if (o.hasTag) {
-        tree.root()->accumulateTagContent(o.tag.c_str(), out, skip);
+        doc.root()->accumulateTagContent(o.tag.c_str(), out, skip);
     } else {
-        tree.root()->accumulateContent(out, skip);
+        doc.root()->accumulateContent(out, skip);
     }
     out.appendChar('\n');
-    return writeStandardOutput(out.getString(), static_cast<size_t>(out.getSize()));
+    return writeText(out);
 }
 
 int runFind(const Options& o) {
-    LoadedTree tree;
-    int status = tree.load(o);
+    ParseReport report(ParseReport::Mode::kMessages, o.positions);
+    LoadedDocument doc;
+    int status = doc.load(o, report);
     if (status != kExitOk) return status;
+    if (!o.positions) doc.releaseText();
     FindQuery query{o.tag.c_str(), o.hasContent ? o.content.c_str() : nullptr,
                     o.hasAttr ? o.attrName.c_str() : nullptr, o.attrPattern.c_str()};
+    std::vector<TreeNode*> found;
+    // The library's search order: level by level, each level in document order.
+    for (TreeNode* node : xmltree::BreadthFirst(doc.root())) {
+        if (!query.matches(node)) continue;
+        found.push_back(node);
+        if (o.first) break;
+    }
+    if (found.empty()) return kExitNotFound;
+    std::vector<std::string> places;
+    if (o.positions) places = matchPlaces(found, report, doc, displayName(o.input));
     StringBuffer out;
-    uint64_t found = 0;
-    walkBreadthFirst(tree.root(), [&](TreeNode* node) {
-        if (!query.matches(node)) return true;
-        writeMatch(node, out);
-        ++found;
-        return !o.first;
-    });
-    if (found == 0) return kExitNotFound;
-    return writeStandardOutput(out.getString(), static_cast<size_t>(out.getSize()));
+    for (size_t i = 0; i < found.size(); ++i) {
+        if (o.positions) {
+            out.append(places[i].c_str());
+            out.append("\r\n");
+        }
+        writeMatch(found[i], out);
+    }
+    if (!o.crlf) crlfToLf(out, 0);
+    return writeText(out);
 }
 
 int runSort(const Options& o) {
@@ -292,32 +338,36 @@ int runSort(const Options& o) {
         return reportError(kExitUsage, "--ignore-case does not apply to the integer key '%s'",
                            o.by.c_str());
     }
-    LoadedTree tree;
-    int status = tree.load(o);
+    OutputFile file;
+    ParseReport report(writingMode(o));
+    LoadedDocument doc;
+    int status = loadForWriting(o, file, report, doc);
     if (status != kExitOk) return status;
-    TreeNode* target = tree.root();
+    TreeNode* target = doc.root();
     if (o.hasAt) target = target->searchForTag(nullptr, o.at.c_str());
     if (!target) {
         return reportError(kExitNotFound, "no element '%s' in '%s'", o.at.c_str(),
                            displayName(o.input).c_str());
     }
     applySort(target, key, o.descending, o.ignoreCase);
-    return emitDocument(o, tree.root(), tree.stats().inputBytes);
+    return writeDocument(o, doc, report, o.hasOutput ? &file : nullptr);
 }
 
 int runStats(const Options& o) {
-    LoadedTree tree;
-    int status = tree.load(o);
+    ParseReport report(ParseReport::Mode::kMessages);
+    LoadedDocument doc;
+    int status = doc.load(o, report);
     if (status != kExitOk) return status;
-    TreeCounts counts = countTree(tree.root());
+    doc.releaseText();
+    TreeCounts counts = countTree(doc.root());
     StringBuffer out;
     appendLine(out, "file", displayName(o.input).c_str());
-    appendNumber(out, "input bytes", tree.stats().inputBytes);
+    appendNumber(out, "input bytes", doc.stats().inputBytes);
     appendNumber(out, "elements", counts.elements);
     appendNumber(out, "attributes", counts.attributes);
     appendNumber(out, "max depth", static_cast<uint64_t>(counts.maxDepth));
     appendNumber(out, "content bytes", counts.contentBytes);
-    appendProlog(out, tree.root());
-    appendTimes(out, tree.stats());
-    return writeStandardOutput(out.getString(), static_cast<size_t>(out.getSize()));
+    appendProlog(out, doc.root());
+    appendTimes(out, doc.stats());
+    return writeText(out);
 }

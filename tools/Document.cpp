@@ -6,63 +6,79 @@
 
 #include <cerrno>
 #include <chrono>
+#include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 
+#include "ParseReport.h"
 #include "ProgressBar.h"
 #include "xmltree/TreeNode.h"
 
 namespace {
 
-// Keeps the first message, in case the load fails for a reason the system
-// does not explain.
-class FirstMessageLog : public LogBase {
-  public:
-    void logError(const char* message) override {
-        if (m_first.empty() && message) m_first = message;
+// Reads everything from fd into data. False, with errno set, on a read
+// error or when the bytes do not fit in memory.
+bool readAll(int fd, DataBuffer& data) {
+    static const size_t kChunk = 1 << 16;
+    char chunk[kChunk];
+    for (;;) {
+        ssize_t n = read(fd, chunk, kChunk);
+        if (n == 0) return true;
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            return false;
+        }
+        if (!data.append(chunk, static_cast<unsigned int>(n))) {
+            errno = ENOMEM;
+            return false;
+        }
     }
-    void logNameValue(const char*, const char*) override {}
-    const std::string& first() const { return m_first; }
+}
 
-  private:
-    std::string m_first;
-};
+// Reads the file at path, whatever kind of file it is (a FIFO gives what
+// was written into it). On failure the cause is reported.
+bool readFile(const std::string& path, DataBuffer& data) {
+    int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        reportError(kExitUsage, "cannot read '%s': %s", path.c_str(), std::strerror(errno));
+        return false;
+    }
+    struct stat st;
+    int err = 0;
+    if (fstat(fd, &st) != 0) {
+        err = errno;
+    } else if (S_ISDIR(st.st_mode)) {
+        err = EISDIR;
+    } else if (S_ISREG(st.st_mode) && st.st_size > 0) {
+        // A first guess, which spares the copies of growing; the read goes on
+        // to the end whatever the size says.
+        const uint64_t size = static_cast<uint64_t>(st.st_size);
+        if (size < UINT_MAX && !data.reserve(static_cast<unsigned int>(size))) err = ENOMEM;
+    }
+    if (!err && !readAll(fd, data)) err = errno;
+    close(fd);
+    if (err) {
+        reportError(kExitUsage, "cannot read '%s': %s", path.c_str(), std::strerror(err));
+        return false;
+    }
+    return true;
+}
 
 double secondsSince(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-int reportNoElement(const std::string& name) {
-    return reportError(kExitNotFound, "no element in '%s'", name.c_str());
-}
-
-int parseStandardInput(const Options& o, TreeNode** root, LoadStats* stats) {
-    DataBuffer data;
-    if (!readStandardInput(data)) {
-        return reportError(kExitUsage, "cannot read standard input: %s", std::strerror(errno));
+// The tree holds UTF-8 now; a declared 16-bit encoding would be a lie. The
+// library's file entry point does the same.
+void recordUtf8(TreeNode* root) {
+    StringBuffer encoding;
+    bool found = false;
+    root->getDocEncoding(encoding, found);
+    if (found && (encoding.equalsIgnoreCase("utf-16") || encoding.equalsIgnoreCase("ucs-2") ||
+                  encoding.equalsIgnoreCase("unicode"))) {
+        root->setDocEncoding("utf-8");
     }
-    stats->inputBytes = data.getSize();
-    if (data.getSize() == 0) return reportNoElement(displayName(o.input));
-    LogNull log;
-    ProgressBar bar;
-    ProgressMonitor* monitor = ProgressBar::wanted(data.getSize()) ? &bar : nullptr;
-    TreeNode::customParseData2(data, monitor, log, root, !o.keepWhitespace);
-    return kExitOk;
-}
-
-int parseFile(const Options& o, TreeNode** root, LoadStats* stats) {
-    if (!statInput(o.input, stats->inputBytes)) return kExitUsage;
-    FirstMessageLog log;
-    ProgressBar bar;
-    ProgressMonitor* monitor = ProgressBar::wanted(stats->inputBytes) ? &bar : nullptr;
-    if (TreeNode::customParseFile(o.input.c_str(), &log, monitor, root, !o.keepWhitespace)) {
-        return kExitOk;
-    }
-    std::string cause = readFailureCause(o.input);
-    if (cause.empty() && stats->inputBytes == 0) return kExitOk;  // reported as no element
-    if (cause.empty()) cause = log.first().empty() ? "unknown error" : log.first();
-    return reportError(kExitUsage, "cannot read '%s': %s", o.input.c_str(), cause.c_str());
 }
 
 }  // namespace
@@ -82,53 +98,46 @@ std::string displayName(const std::string& input) {
     return input == "-" ? std::string("standard input") : input;
 }
 
-bool readStandardInput(DataBuffer& data) {
-    static const size_t kChunk = 1 << 16;
-    char chunk[kChunk];
-    for (;;) {
-        ssize_t n = read(STDIN_FILENO, chunk, kChunk);
-        if (n == 0) return true;
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            return false;
-        }
-        if (!data.append(chunk, static_cast<unsigned int>(n))) {
-            errno = ENOMEM;
-            return false;
-        }
-    }
+LoadedDocument::~LoadedDocument() {
+    if (m_root) m_root->deleteTree();
 }
 
-bool statInput(const std::string& path, uint64_t& size) {
-    struct stat st;
-    if (stat(path.c_str(), &st) != 0) {
-        reportError(kExitUsage, "cannot read '%s': %s", path.c_str(), std::strerror(errno));
-        return false;
-    }
-    if (S_ISDIR(st.st_mode)) {
-        reportError(kExitUsage, "cannot read '%s': %s", path.c_str(), std::strerror(EISDIR));
-        return false;
-    }
-    size = static_cast<uint64_t>(st.st_size);
-    return true;
+void LoadedDocument::releaseText() {
+    DataBuffer none;
+    m_text.takeData(none);
 }
 
-std::string readFailureCause(const std::string& path) {
-    int fd = open(path.c_str(), O_RDONLY);
-    if (fd < 0) return std::strerror(errno);
-    char byte;
-    ssize_t n = read(fd, &byte, 1);
-    int err = errno;
-    close(fd);
-    return n < 0 ? std::string(std::strerror(err)) : std::string();
-}
-
-int loadDocument(const Options& o, TreeNode** root, LoadStats* stats) {
-    *root = nullptr;
+int LoadedDocument::load(const Options& o, ParseReport& report) {
+    const std::string name = displayName(o.input);
     auto start = std::chrono::steady_clock::now();
-    int status = o.input == "-" ? parseStandardInput(o, root, stats) : parseFile(o, root, stats);
-    stats->seconds = secondsSince(start);
-    if (status != kExitOk) return status;
-    if (!*root) return reportNoElement(displayName(o.input));
+    if (o.input == "-") {
+        if (!readAll(STDIN_FILENO, m_text)) {
+            return reportError(kExitUsage, "cannot read standard input: %s", std::strerror(errno));
+        }
+    } else if (!readFile(o.input, m_text)) {
+        return kExitUsage;
+    }
+    m_stats.inputBytes = m_text.getSize();
+    if (m_text.getSize() == 0) {
+        return reportError(kExitNotFound, "no element in '%s'", name.c_str());
+    }
+    ProgressBar bar;
+    ProgressMonitor* monitor = ProgressBar::wanted(m_text.getSize()) ? &bar : nullptr;
+    // Decodes m_text in place; the parser reads a copy of what it leaves.
+    const bool parsed =
+        TreeNode::customParseData2(m_text, monitor, report, &m_root, !o.keepWhitespace);
+    m_stats.seconds = secondsSince(start);
+    if (!parsed || report.outOfMemory()) {
+        if (m_root) m_root->deleteTree();
+        m_root = nullptr;
+        std::string cause = report.lastMessage();
+        if (report.outOfMemory() && cause.compare(0, 13, "Out of memory") != 0) {
+            cause = "Out of memory";
+        }
+        return reportError(kExitUsage, "cannot parse '%s': %s", name.c_str(),
+                           cause.empty() ? "the parser gave up" : cause.c_str());
+    }
+    if (!m_root) return reportError(kExitNotFound, "no element in '%s'", name.c_str());
+    recordUtf8(m_root);
     return kExitOk;
 }

@@ -1,12 +1,14 @@
 #ifndef XMLTREE_TOOLS_DOCUMENT_H
 #define XMLTREE_TOOLS_DOCUMENT_H
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
 #include "Options.h"
+#include "foundation/DataBuffer.h"
 
-class DataBuffer;
+class ParseReport;
 class TreeNode;
 
 // Prints "xmltree: <message>" as one line on standard error and returns code.
@@ -25,20 +27,35 @@ struct LoadStats {
     double seconds = 0;       // reading, decoding and parsing
 };
 
-// Reads and parses the command's input. On success *root is the tree (the
-// caller deletes it) and the result is kExitOk. Otherwise the cause has been
-// reported on standard error, *root is null and the result is the exit status.
-int loadDocument(const Options& opts, TreeNode** root, LoadStats* stats);
+// The input of a command: read whole, brought to UTF-8 and parsed. Owns the
+// tree, and the UTF-8 text the parser read until releaseText().
+class LoadedDocument {
+  public:
+    LoadedDocument() {}
+    ~LoadedDocument();
+    LoadedDocument(const LoadedDocument&) = delete;
+    LoadedDocument& operator=(const LoadedDocument&) = delete;
 
-// Reads all of standard input. False, with errno set, on a read error.
-bool readStandardInput(DataBuffer& data);
+    // Reads the input of o (a path, or standard input for "-") and parses
+    // it, telling `report` what the library logs and notes. kExitOk with a
+    // root. Otherwise the cause has been reported on standard error and the
+    // result is the exit status: kExitNotFound for a document without any
+    // element, kExitUsage for input that cannot be read or a parse that
+    // failed (memory ran out, input too large).
+    int load(const Options& o, ParseReport& report);
 
-// Size of the regular file at path. On failure reports "cannot read" and
-// returns false.
-bool statInput(const std::string& path, uint64_t& size);
+    TreeNode* root() const { return m_root; }
+    const LoadStats& stats() const { return m_stats; }
+    // The text the offsets of the report refer to.
+    const char* text() const { return reinterpret_cast<const char*>(m_text.getData2()); }
+    size_t textSize() const { return m_text.getSize(); }
+    // Frees the text when only the tree is needed any more.
+    void releaseText();
 
-// Why the file at path could not be loaded: the system's message for opening
-// or reading it, or "" when it reads fine (an empty file, say).
-std::string readFailureCause(const std::string& path);
+  private:
+    DataBuffer m_text;
+    TreeNode* m_root = nullptr;
+    LoadStats m_stats;
+};
 
 #endif

@@ -6,8 +6,9 @@
 // Exit statuses of the tool.
 enum ExitCode {
     kExitOk = 0,
-    kExitNotFound = 1,  // check logged something, find matched nothing, no element
-    kExitUsage = 2,     // bad command line, unreadable input, unwritable output
+    kExitNotFound = 1,  // check listed something, find matched nothing, no element
+    kExitUsage = 2,     // bad command line, unreadable input, failed parse, -o refused or
+                        // unwritable
 };
 
 // Everything the command line said. Strings are empty when not given; the
@@ -35,6 +36,9 @@ struct Options {
     bool first = false;
     bool descending = false;
     bool ignoreCase = false;
+    bool crlf = false;       // keep the writer's CR LF line ends
+    bool lossy = false;      // write even what does not keep everything
+    bool positions = false;  // find: FILE:LINE:COL: before each match
 };
 
 // What parseArguments decided.

@@ -47,6 +47,21 @@ bool findDeclaredEncoding(const char* decl, size_t len, StringBuffer& name) {
     return true;
 }
 
+// The bytes stay as they are, so the offsets of the name in them are those
+// of the text the parser gets. The name was found in a lower-case copy
+// without spaces; it is looked for again in the declaration itself.
+void noteUnconverted(const char* text, const char* decl, const char* gt, const StringBuffer& name,
+                     LogBase& log) {
+    const char* at = stristr(decl, name.getString());
+    int len = name.getSize();
+    if (!at || at >= gt) {
+        at = decl;
+        len = static_cast<int>(gt - decl) + 1;
+    }
+    log.logParseNote(xmltree::ParseNote::kEncodingUnconverted, static_cast<int>(at - text), len,
+                     nullptr);
+}
+
 }  // namespace
 
 bool TreeNode::convertXmlToUtf8(DataBuffer& data, LogBase& log) {
@@ -73,12 +88,16 @@ bool TreeNode::convertXmlToUtf8(DataBuffer& data, LogBase& log) {
     const char* gt = decl ? std::strchr(decl, '>') : nullptr;
     StringBuffer name;
     bool found = gt && findDeclaredEncoding(decl, static_cast<size_t>(gt - decl), name);
-    data.shorten(1);
-    if (!found) return true;
-    if (name.getSize() == 0 || !CharsetNaming::CharsetValid(name.getString()) ||
-        name.equalsIgnoreCase("utf-8")) {
+    if (!found || name.getSize() == 0 || name.equalsIgnoreCase("utf-8")) {
+        data.shorten(1);
         return true;
     }
+    if (!CharsetNaming::CharsetValid(name.getString())) {
+        if (log.wantsParseNotes()) noteUnconverted(text, decl, gt, name, log);
+        data.shorten(1);
+        return true;
+    }
+    data.shorten(1);
     EncodingConvert conv;
     DataBuffer out;
     conv.ChConvert2(name.getString(), kCodePageUtf8, data.getData2(), data.getSize(), out, log);

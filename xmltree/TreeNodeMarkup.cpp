@@ -72,7 +72,11 @@ TreeParser::Step TreeParser::cdataSection() {
         if (sb.hasFailed()) return kFail;
         if (t[c] != '\0') c += 3;
         cur->cdata = true;
-        if (t[c] != '<') e.skipUntilChar('<');  // text after "]]>" is dropped
+        if (t[c] != '<') {
+            const int from = c;
+            e.skipUntilChar('<');  // text after "]]>" is dropped
+            if (notes) notes->afterCdata(t + from, t + c, cur);
+        }
         if (t[c] != '<') return kLoop;
         if (!startsWith(t + c, "<![CDATA[", 9)) break;
     }
@@ -82,24 +86,37 @@ TreeParser::Step TreeParser::cdataSection() {
 
 TreeParser::Step TreeParser::bangDeclaration() {
     int& c = e.cursor;
+    const int lt = c - 1;
     if (strncasecmp(t + c, "!--", 3) == 0) {
-        if (e.seekAndSkipExact("-->")) return kLoop;
+        if (e.seekAndSkipExact("-->")) {
+            if (notes) notes->note(xmltree::ParseNote::kComment, lt, c, cur);
+            return kLoop;
+        }
+        if (notes) notes->note(xmltree::ParseNote::kCommentUnclosed, lt, c, cur);
         log->logError("Unclosed comment");
         return kStop;
     }
     if (strncasecmp(t + c, "!DOCTYPE", 8) == 0) {
         docType.appendChar('<');
-        if (!e.seekAndCopyToClosing('<', '>', 1, docType)) log->logError("Failed to parse DTD");
+        if (!e.seekAndCopyToClosing('<', '>', 1, docType)) {
+            if (notes) notes->note(xmltree::ParseNote::kDoctypeUnclosed, lt, c, cur);
+            log->logError("Failed to parse DTD");
+        }
         docType.appendChar('\n');
         return docType.hasFailed() ? kFail : kLoop;
     }
     if (t[c] != '>') e.skipUntilChar('>');
     if (t[c] == '>') ++c;
+    if (notes) notes->note(xmltree::ParseNote::kDeclarationDropped, lt, c, cur);
     return kLoop;
 }
 
 TreeParser::Step TreeParser::processingInstruction() {
     int& c = e.cursor;
+    const int lt = c - 1;
+    // Inside or after the top-level element, an instruction still goes to
+    // the prolog.
+    const bool moved = cur || completed;
     ++c;
     bool isDecl = strncasecmp(t + c, "xml ", 4) == 0;
     if (isDecl || strncasecmp(t + c, "xml-stylesheet", 14) == 0) {
@@ -118,13 +135,17 @@ TreeParser::Step TreeParser::processingInstruction() {
             return kFail;
         }
         if (tagBuf.getSize() > 0 && !node->tag) return kFail;
-        return prologLineAttributes(e, node) ? kLoop : kFail;
+        if (!prologLineAttributes(e, node)) return kFail;
+        if (notes && moved) notes->note(xmltree::ParseNote::kInstructionMoved, lt, c, cur);
+        return kLoop;
     }
     processing.appendChar('<');
     processing.appendChar('?');
     e.seekAndCopy("?>", processing);
     processing.appendChar('\n');
-    return processing.hasFailed() ? kFail : kLoop;
+    if (processing.hasFailed()) return kFail;
+    if (notes && moved) notes->note(xmltree::ParseNote::kInstructionMoved, lt, c, cur);
+    return kLoop;
 }
 
 void TreeNode::parsePrologLineAttr(ParseEngine& engine, TreeNode* node, LogBase* /*log*/) {

@@ -41,6 +41,8 @@ bool TreeParser::run(TreeNode** outRoot) {
             monitor = nullptr;  // an empty text gets no progress call at all
         }
     }
+    closeHooks = monitor || notes;
+    if (notes) return runNoted(outRoot);
     const char* p = t + e.cursor;
     Step step = kLoop;
     while (step != kStop) {
@@ -72,6 +74,36 @@ bool TreeParser::fail() {
     return false;
 }
 
+// The main loop for a logger that wants notes: the same steps but for the
+// opening tags, which are noted around the common step. So the loop of
+// every other parse has no trace of them.
+bool TreeParser::runNoted(TreeNode** outRoot) {
+    notes->checkText();
+    const char* p = t + e.cursor;
+    Step step = kLoop;
+    while (step != kStop) {
+        switch (step) {
+            case kLoop:
+                step = failed ? kFail : loopTop(p);
+                break;
+            case kDispatch:
+                step = notedDispatch(p);
+                break;
+            case kCdata:
+                step = viaEngine(p, &TreeParser::cdataSection);
+                break;
+            case kFail:
+                e.cursor = static_cast<int>(p - t);
+                return fail();
+            case kStop:
+                break;
+        }
+    }
+    e.cursor = static_cast<int>(p - t);
+    if (failed || !finish(outRoot)) return fail();
+    return true;
+}
+
 TreeParser::Step TreeParser::viaEngine(const char*& pos, Step (TreeParser::*step)()) {
     e.cursor = static_cast<int>(pos - t);
     Step next = (this->*step)();
@@ -84,7 +116,11 @@ TreeParser::Step TreeParser::loopTop(const char*& pos) {
     if (*p == '\0') return kStop;
     if (cur) return textRun(pos);
     p = skipWs(p);
-    if (*p != '<') p = bytescan::findCharOrEnd(p, '<');  // text outside elements is dropped
+    if (*p != '<') {
+        const char* lt = bytescan::findCharOrEnd(p, '<');  // text outside elements is dropped
+        if (notes) notes->outside(p, lt);
+        p = lt;
+    }
     pos = p;
     if (*p != '<') return kStop;
     pos = p + 1;
@@ -129,6 +165,7 @@ TreeParser::Step TreeParser::textRun(const char*& pos) {
 // False when the text could not be stored. A content buffer that cannot be
 // made at all only costs its run, which is dropped while parsing goes on.
 bool TreeParser::appendText(const char* run, int len) {
+    if (notes) notes->textRun(run, len, cur);
     StringBuffer* sb = cur->content;
     int from = 0;
     if (!sb) {
@@ -177,12 +214,40 @@ TreeParser::Step TreeParser::dispatch(const char*& pos) {
     }
 }
 
+// Dispatch with the opening tag noted: the element made is the one opened,
+// or the child (or top-level element) that a self-closing tag added.
+TreeParser::Step TreeParser::notedDispatch(const char*& pos) {
+    const char noted = *pos;
+    if (noted == '?' || noted == '/' || noted == '!') return dispatch(pos);
+    pos = skipWs(pos);
+    if (*pos == '\0') return kStop;
+    TreeNode* const parent = cur;
+    const int children = parent ? parent->getNumChildren() : 0;
+    const TreeNode* const previousRoot = completed;
+    const char* const name = pos;
+    notes->tagStarts(name, !parent);
+    const Step next = openingTag(pos);
+    const TreeNode* made = nullptr;
+    if (cur && cur != parent) {
+        made = cur;
+    } else if (parent && cur == parent && parent->getNumChildren() == children + 1) {
+        made = parent->getChild(children);
+    } else if (!parent && !cur && completed != previousRoot) {
+        made = completed;
+    }
+    if (made) notes->elementStart(name, scanToNameEnd(name, kNames.tag), made);
+    return next;
+}
+
 TreeParser::Step TreeParser::openingTag(const char*& pos) {
     const char* name = pos;
     const int cleanLen = cleanNameLength(name, kNames.tag);
     const char* end = cleanLen >= 0 ? name + cleanLen : scanToNameEnd(name, kNames.tag);
     pos = end;
-    if (*end == '\0') return kStop;  // a tag cut off by the end makes no element
+    if (*end == '\0') {  // a tag cut off by the end makes no element
+        if (notes) notes->tagCutOff(name);
+        return kStop;
+    }
     bool selfClosing = false;
     const char* p = skipWs(end);
     if (*p == '/') {
@@ -253,6 +318,7 @@ TreeNode* TreeParser::newElement(const char* name, int len) {
 // attribute storage is sized once, exactly; a name that needs cleaning goes
 // through addAttribute, after those before it.
 const char* TreeParser::attribute(const char* p, TreeNode* node) {
+    const char* const raw = p;
     const char* name = p;
     int nameLen = cleanNameLength(name, kNames.attr);
     const bool clean = nameLen >= 0;
@@ -269,6 +335,7 @@ const char* TreeParser::attribute(const char* p, TreeNode* node) {
         name = nameBuf.getString();
         nameLen = nameBuf.getSize();
     }
+    if (notes) notes->attribute(raw, p, name, nameLen, node);
     p = skipWs(p);
     PendingAttr a{name, nameLen, "", 0, -1};
     if (*p == '=') p = scanValue(skipWs(p + 1), a);
@@ -303,10 +370,12 @@ const char* TreeParser::scanValue(const char* p, PendingAttr& a) {
     } else {
         end = findEither(value, textEnd, '"', '\'');
         amp = std::memchr(value, '&', static_cast<size_t>(end - value)) != nullptr;
+        if (notes) notes->note(xmltree::ParseNote::kUnquotedValue, value, end, cur);
     }
     a.value = value;
     a.valueLen = static_cast<int>(end - value);
     if (amp) {
+        if (notes) notes->references(value, end, cur);
         const int from = decoded.getSize();
         if (!decoded.appendN(value, a.valueLen)) failed = true;
         decodeEntities(decoded, from);
@@ -345,15 +414,19 @@ void TreeParser::closeCurrent() {
 
 TreeParser::Step TreeParser::closingTag(const char*& pos) {
     const char* p = pos;
-    if (monitor) {
-        bool abort = false;
-        monitor->setAmountConsumed2_32(static_cast<unsigned int>(p - t), abort);
+    if (closeHooks) {
+        if (monitor) {
+            bool abort = false;
+            monitor->setAmountConsumed2_32(static_cast<unsigned int>(p - t), abort);
+        }
+        if (notes) notes->closingTag(p, cur);
     }
     p = findEither(p, textEnd, '>', '<');
     if (*p == '>') {
         ++p;
     } else {
         e.cursor = static_cast<int>(p - t);  // a log may report where the parse stands
+        if (notes) notes->note(xmltree::ParseNote::kClosingTagUnended, p, p, cur);
         log->logError("Error in closing tag");
         if (cur) log->logNameValue("error_tag", cur->getTag());
     }
@@ -382,6 +455,10 @@ void TreeParser::finishRoot(TreeNode* r, bool deletePrevious) {
     }
     docTypeTaken = docType.getSize();
     processingTaken = processing.getSize();
+    if (notes) {
+        const bool replaces = deletePrevious && completed && completed->magic == kTreeMagicAlive;
+        notes->rootFinished(replaces ? completed : nullptr);
+    }
     // A later top-level element replaces an earlier one.
     if (deletePrevious && completed && completed->magic == kTreeMagicAlive) delete completed;
     completed = r;
@@ -400,6 +477,7 @@ bool TreeParser::takeStyleSheets(ExtPtrArray& to) {
 // False when memory ran out; the caller then releases what is left.
 bool TreeParser::finish(TreeNode** outRoot) {
     if (cur) {
+        if (notes) notes->openAtEnd(cur, completed != nullptr, t + e.cursor);
         TreeNode* top = topOf(cur);
         if (!completed) {
             finishRoot(top, false);  // open elements are closed silently

@@ -5,8 +5,12 @@
 // main loop (TreeNodeParser.cpp) and the branches for CDATA sections,
 // declarations and processing instructions (TreeNodeMarkup.cpp).
 
+#include <memory>
+#include <new>
+
 #include "xmltree/TreeInternal.h"
 #include "xmltree/TreeNode.h"
+#include "xmltree/TreeParseNotes.h"
 
 // The steps of the main loop are folded into it, so that the cursor stays in
 // a register across a whole element; left as calls they cost about a tenth
@@ -34,7 +38,10 @@ class TreeParser {
           textEnd(engine.textPtr + engine.getTextSize()),
           log(logger),
           monitor(progress),
-          trim(trimWs) {}
+          trim(trimWs),
+          notes(logger->wantsParseNotes() ? new (std::nothrow) xmltree::ParseNoter(
+                                                *logger, engine.textPtr, textEnd)
+                                          : nullptr) {}
     ~TreeParser() { releasePending(); }
 
     bool run(TreeNode** outRoot);
@@ -58,6 +65,8 @@ class TreeParser {
     XMLTREE_HOT_STEP Step openingTag(const char*& pos);
     XMLTREE_HOT_STEP Step closingTag(const char*& pos);
     Step viaEngine(const char*& pos, Step (TreeParser::*step)());
+    bool runNoted(TreeNode** outRoot);
+    Step notedDispatch(const char*& pos);
     XMLTREE_HOT_STEP TreeNode* newChild(const char* name, int len);
     TreeNode* newElement(const char* name, int len);
     struct PendingAttr {
@@ -90,6 +99,9 @@ class TreeParser {
     LogBase* log;
     ProgressMonitor* monitor;
     bool trim;
+    // Only for a logger that asks for notes; every use is guarded by it.
+    std::unique_ptr<xmltree::ParseNoter> notes;
+    bool closeHooks = false;  // a monitor or notes want each closing tag
 
     bool failed = false;  // an allocation failed; the parse ends
     TreeNode* cur = nullptr;
