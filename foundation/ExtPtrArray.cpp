@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "foundation/SmallObjectPool.h"
 #include "foundation/StringBuffer.h"
 
 namespace {
@@ -35,6 +36,8 @@ void** moveSlots(void** items, int size, int cap, int capacity) {
 }
 
 }  // namespace
+
+XMLTREE_SMALL_OBJECT_POOLED_DEFINE(ExtPtrArray)
 
 ExtPtrArray::ExtPtrArray(int initialCapacity, int /*growBy*/)
     : m_items(nullptr), m_size(0), m_cap(0) {

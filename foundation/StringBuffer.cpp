@@ -101,6 +101,8 @@ constexpr NameByteTable kNameBytes;
 // ---------------------------------------------------------------------------
 // construction
 
+XMLTREE_SMALL_OBJECT_POOLED_DEFINE(StringBuffer)
+
 StringBuffer::StringBuffer(const char* s) : StringBuffer() {
     if (s) appendN(s, static_cast<int>(std::strlen(s)));
 }

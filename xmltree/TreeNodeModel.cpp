@@ -4,6 +4,7 @@
 #include <atomic>
 #include <new>
 
+#include "foundation/SmallObjectPool.h"
 #include "xmltree/TreeNode.h"
 
 static_assert(sizeof(void*) != 8 || sizeof(TreeNode) == 88,
@@ -93,6 +94,8 @@ TreeNode* makeRoot(MakeNode make) {
 }
 
 }  // namespace
+
+XMLTREE_SMALL_OBJECT_POOLED_DEFINE(TreeNode)
 
 // ---- TreeInfo -------------------------------------------------------------
 
