@@ -1,7 +1,7 @@
 // The parser on a synthetic records document of about 24 MB built in memory
 // (attributes, text with entity references, CDATA, mixed content, comments,
 // non-ASCII text, nesting six deep), in both whitespace modes, and on the
-// shared corpus file mime-info.xml when it is present.
+// corpus file bench/corpus/mime-info.xml.
 //
 // Run (Release build):
 //   cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release

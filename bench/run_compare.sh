@@ -16,14 +16,19 @@ if [ ! -x "$exe" ]; then
     exit 1
 fi
 
+# Generated documents go into the build tree (compare writes its 30 MB one
+# into $TMPDIR), made again when the generator is newer.
+gen=bench/corpus/gen_large.py
+export TMPDIR=$PWD/build-bench/generated
+mkdir -p "$TMPDIR"
+
 if [ "${1:-}" = "--scaling" ]; then
     shift
-    dir=${TMPDIR:-/tmp}
     files=()
     for mb in 1 10 30 100; do
-        f="$dir/xmltree-records-scaling-${mb}mb.xml"
-        if [ ! -s "$f" ]; then
-            python3 ../shared/corpus/gen_large.py --mb "$mb" >"$f.part" && mv "$f.part" "$f"
+        f="$TMPDIR/xmltree-records-scaling-${mb}mb.xml"
+        if [ ! -s "$f" ] || [ "$gen" -nt "$f" ]; then
+            python3 "$gen" --mb "$mb" >"$f.part" && mv "$f.part" "$f"
         fi
         files+=("$f")
     done

@@ -10,8 +10,7 @@ cd "$(dirname "$0")/.."
 
 sizes=("$@")
 [ ${#sizes[@]} -gt 0 ] || sizes=(1 3 10 30 100)
-gen=../shared/corpus/gen_large.py
-[ -f "$gen" ] || gen=/work/shared/corpus/gen_large.py
+gen=bench/corpus/gen_large.py
 
 cmake -S . -B build-scaling -DCMAKE_BUILD_TYPE=Release -DXMLTREE_BUILD_TESTS=OFF \
     -DXMLTREE_BUILD_TOOLS=OFF >/dev/null

@@ -7,6 +7,7 @@
 
 #include "foundation/ByteScan.h"
 #include "foundation/MemoryHook.h"
+#include "foundation/SmallObjectPool.h"
 #include "foundation/StringBuffer.h"
 #include "foundation/StringFunctions.h"
 
@@ -30,6 +31,8 @@ void freeBlock(char* p, uint32_t cap) {
 }
 
 }  // namespace
+
+XMLTREE_SMALL_OBJECT_POOLED_DEFINE(AttributeSet)
 
 AttributeSet::AttributeSet()
     : m_block(m_inline), m_blockCap(kInlineBytes), m_arenaSize(0), m_count(0) {}

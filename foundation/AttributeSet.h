@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "foundation/SmallObjectPool.h"
+#include "foundation/PooledObject.h"
 
 class StringBuffer;
 

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "foundation/MemoryHook.h"
+#include "foundation/SmallObjectPool.h"
 #include "foundation/StringBuffer.h"
 
 namespace {
@@ -37,6 +38,8 @@ void** moveSlots(void** items, int size, int cap, int capacity) {
 }
 
 }  // namespace
+
+XMLTREE_SMALL_OBJECT_POOLED_DEFINE(ExtPtrArray)
 
 ExtPtrArray::ExtPtrArray(int initialCapacity, int /*growBy*/)
     : m_items(nullptr), m_size(0), m_cap(0) {

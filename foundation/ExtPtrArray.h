@@ -1,7 +1,7 @@
 #ifndef XMLTREE_FOUNDATION_EXTPTRARRAY_H
 #define XMLTREE_FOUNDATION_EXTPTRARRAY_H
 
-#include "foundation/SmallObjectPool.h"
+#include "foundation/PooledObject.h"
 
 class StringBuffer;
 

@@ -58,25 +58,21 @@ class SmallObjectPool {
     static void limitSlabsForTesting(long slabs) noexcept;
 };
 
-// Declares the allocation functions a pooled class needs: plain and nothrow
-// new, placement new (class-scope new hides the global one), sized delete,
-// and the delete that runs when a constructor throws after a nothrow new.
-#define XMLTREE_SMALL_OBJECT_POOLED(Class)                                     \
-    static void* operator new(std::size_t n) {                                 \
-        return SmallObjectPool::allocateOrThrow(n);                            \
-    }                                                                          \
-    static void* operator new(std::size_t n, const std::nothrow_t&) noexcept { \
-        return SmallObjectPool::allocate(n);                                   \
-    }                                                                          \
-    static void* operator new(std::size_t, void* where) noexcept {             \
-        return where;                                                          \
-    }                                                                          \
-    static void operator delete(void* p, std::size_t n) noexcept {             \
-        SmallObjectPool::deallocate(p, n);                                     \
-    }                                                                          \
-    static void operator delete(void* p, const std::nothrow_t&) noexcept {     \
-        SmallObjectPool::deallocate(p, sizeof(Class));                         \
-    }                                                                          \
-    static void operator delete(void*, void*) noexcept {}
+// Defines, in the class's source file, the pooled allocation functions that
+// XMLTREE_SMALL_OBJECT_POOLED (foundation/PooledObject.h) declares. Out of
+// line so that the installed headers need nothing of the pool's.
+#define XMLTREE_SMALL_OBJECT_POOLED_DEFINE(Class)                                 \
+    void* Class::operator new(std::size_t n) {                                    \
+        return SmallObjectPool::allocateOrThrow(n);                               \
+    }                                                                             \
+    void* Class::operator new(std::size_t n, const std::nothrow_t&) noexcept {    \
+        return SmallObjectPool::allocate(n);                                      \
+    }                                                                             \
+    void Class::operator delete(void* p, std::size_t n) noexcept {                \
+        SmallObjectPool::deallocate(p, n);                                        \
+    }                                                                             \
+    void Class::operator delete(void* p, const std::nothrow_t&) noexcept {        \
+        SmallObjectPool::deallocate(p, sizeof(Class));                            \
+    }
 
 #endif

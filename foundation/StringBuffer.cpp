@@ -95,6 +95,8 @@ char* resizeBlock(char* p, uint32_t cap, uint32_t newCap, uint32_t keep) {
 // ---------------------------------------------------------------------------
 // construction
 
+XMLTREE_SMALL_OBJECT_POOLED_DEFINE(StringBuffer)
+
 bool TextTransfer::move(DataBuffer& from, StringBuffer& to) {
     // A heap text block holds m_cap + 1 bytes and comes from malloc when
     // m_cap is not a pooled capacity, as every DataBuffer block does.

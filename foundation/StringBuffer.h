@@ -4,8 +4,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "foundation/ByteCopy.h"
-#include "foundation/SmallObjectPool.h"
+#include "foundation/PooledObject.h"
 
 class ExtPtrArray;
 
@@ -45,7 +44,7 @@ public:
             holdExactly(s, n);
             return;
         }
-        bytecopy::copyShort(m_inline, s, static_cast<size_t>(n));
+        copyInline(m_inline, s, static_cast<uint32_t>(n));
         m_inline[n] = '\0';
         m_size = static_cast<uint32_t>(n);
     }
@@ -222,6 +221,32 @@ private:
     friend class TextTransfer;
     static constexpr uint8_t kAliveMark = 0xA7;
     static constexpr uint8_t kDeadMark = 0x31;
+
+    // Copies n <= kInlineCapacity bytes with overlapping fixed-size moves: a
+    // call into the C library's memcpy costs more than such a copy. The moves
+    // read and write exactly [src, src + n) and [dst, dst + n).
+    static void copyInline(char* dst, const char* src, uint32_t n) {
+        if (n >= 8) {
+            uint64_t head, mid, tail;  // [0, 8), [n/2 - 4, n/2 + 4), [n - 8, n)
+            std::memcpy(&head, src, 8);
+            std::memcpy(&mid, src + n / 2 - 4, 8);
+            std::memcpy(&tail, src + n - 8, 8);
+            std::memcpy(dst, &head, 8);
+            std::memcpy(dst + n / 2 - 4, &mid, 8);
+            std::memcpy(dst + n - 8, &tail, 8);
+        } else if (n >= 4) {
+            uint32_t head, tail;
+            std::memcpy(&head, src, 4);
+            std::memcpy(&tail, src + n - 4, 4);
+            std::memcpy(dst, &head, 4);
+            std::memcpy(dst + n - 4, &tail, 4);
+        } else if (n > 0) {
+            dst[0] = src[0];
+            dst[n / 2] = src[n / 2];
+            dst[n - 1] = src[n - 1];
+        }
+    }
+    static_assert(kInlineCapacity <= 24, "three 8-byte moves cover at most 24 bytes");
 
     bool onHeap() const { return m_data != m_inline; }
     bool fail() {

@@ -13,6 +13,7 @@
 
 #include "foundation/InputLimit.h"
 #include "foundation/MemoryHook.h"
+#include "foundation/SmallObjectPool.h"
 #include "tests/TestSupport.h"
 
 namespace {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <memory>
 #include <random>
 #include <string>
 
@@ -34,6 +35,20 @@ TEST(StringBuffer, InlineToHeapBoundary) {
         EXPECT_EQ(text(b), s + s);
         b.minimizeMemoryUsage();
         EXPECT_EQ(text(b), s + s);
+    }
+}
+
+// The counted constructor copies short texts with overlapping moves of its
+// own: every length must come out whole, reading nothing past the source
+// (each source is a block of exactly n bytes, so sanitizer builds see any
+// overread).
+TEST(StringBuffer, CountedConstructorCopiesEveryShortLength) {
+    for (int n = 0; n <= StringBuffer::kInlineCapacity + 2; ++n) {
+        std::unique_ptr<char[]> src(new char[static_cast<size_t>(n) + (n == 0)]);
+        for (int i = 0; i < n; ++i) src[static_cast<size_t>(i)] = static_cast<char>('A' + i);
+        StringBuffer sb(src.get(), n, 0);
+        EXPECT_EQ(text(sb), std::string(src.get(), static_cast<size_t>(n))) << n;
+        EXPECT_EQ(sb.getString()[sb.getSize()], '\0') << n;
     }
 }
 

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <new>
 
+#include "foundation/SmallObjectPool.h"
 #include "xmltree/TreeInternal.h"
 #include "xmltree/TreeNode.h"
 
@@ -104,6 +105,9 @@ TreeNode* makeRoot(MakeNode make) {
 }
 
 }  // namespace
+
+XMLTREE_SMALL_OBJECT_POOLED_DEFINE(TreeNode)
+XMLTREE_SMALL_OBJECT_POOLED_DEFINE(TreeInfo)
 
 // ---- TreeInfo -------------------------------------------------------------
 
