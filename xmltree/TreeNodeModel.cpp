@@ -1,7 +1,12 @@
 // Node and tree record lifetime: construction, destruction, roots, tags and
 // tree references.
 
+#include <algorithm>
 #include <atomic>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
 #include <new>
 
 #include "xmltree/TreeNode.h"
@@ -17,8 +22,9 @@ std::atomic<int> NextTreeID{100};
 // Children arrays still being emptied by the outermost ~TreeNode on this
 // thread. A nested destructor hands its whole array over instead of deleting
 // its children itself, so destroying a deep tree never recurses. Each array
-// is reversed once so that popping from its end yields index order; the
-// result is the same pre-order as plain recursion.
+// is reversed once so that popping from its end yields index order, the same
+// pre-order as plain recursion; large arrays out of address order go in
+// address order instead (see orderForFreeing).
 thread_local ExtPtrArray* tnDestroyList = nullptr;
 
 void reverseInPlace(ExtPtrArray& kids) {
@@ -28,6 +34,62 @@ void reverseInPlace(ExtPtrArray& kids) {
         items[i] = items[j];
         items[j] = t;
     }
+}
+
+// Children that a sort or shuffle left in random address order cost a cache
+// miss each when destroyed in index order; a million of them took ten times
+// as long as in the order they were made. From this many children on, an
+// array out of address order is destroyed in address order, which the
+// hardware streams like the order of making.
+constexpr int kOrderFreesFrom = 4096;
+constexpr unsigned kLineShift = 6;  // order within a cache line does not matter
+constexpr unsigned kDigitBits = 11;
+
+// Sorts the children by address, the highest first so that popping yields
+// ascending addresses: a radix sort with a pass per 11 bits of the span of
+// cache lines (two passes for trees up to 256 MB). False (nothing done) when
+// the array is in address order already or no scratch memory is to be had.
+bool orderForFreeing(ExtPtrArray& kids) {
+    const int n = kids.getSize();
+    void** items = kids.getItems();
+    if (n < kOrderFreesFrom) return false;
+    std::uintptr_t lo = UINTPTR_MAX, hi = 0;
+    bool ascending = true;
+    for (int i = 0; i < n; ++i) {
+        const std::uintptr_t line = reinterpret_cast<std::uintptr_t>(items[i]) >> kLineShift;
+        ascending = ascending && line >= hi;
+        lo = std::min(lo, line);
+        hi = std::max(hi, line);
+    }
+    if (ascending) return false;
+    const auto count = static_cast<std::size_t>(n);
+    void** scratch = static_cast<void**>(std::malloc(count * sizeof(void*)));
+    if (!scratch) return false;
+    void** from = items;
+    void** to = scratch;
+    std::size_t bucket[std::size_t{1} << kDigitBits];
+    const std::uintptr_t mask = (std::uintptr_t{1} << kDigitBits) - 1;
+    for (unsigned shift = 0; shift == 0 || ((hi - lo) >> shift) != 0; shift += kDigitBits) {
+        std::fill(std::begin(bucket), std::end(bucket), std::size_t{0});
+        auto digit = [&](void* p) {
+            return static_cast<std::size_t>(
+                ((hi - (reinterpret_cast<std::uintptr_t>(p) >> kLineShift)) >> shift) & mask);
+        };
+        for (std::size_t i = 0; i < count; ++i)
+            ++bucket[digit(from[i])];
+        std::size_t start = 0;
+        for (std::size_t& b : bucket) {
+            const std::size_t here = b;
+            b = start;
+            start += here;
+        }
+        for (std::size_t i = 0; i < count; ++i)
+            to[bucket[digit(from[i])]++] = from[i];
+        std::swap(from, to);
+    }
+    if (from != items) std::memcpy(items, from, count * sizeof(void*));
+    std::free(scratch);
+    return true;
 }
 
 void deleteIfAlive(void* p) {
@@ -49,9 +111,9 @@ void drainDestroyList(ExtPtrArray& arrays) {
     }
 }
 
-// Takes ownership of `kids` and destroys the children in index order.
+// Takes ownership of `kids` and destroys the children (see tnDestroyList).
 void destroyChildren(ExtPtrArray* kids) {
-    reverseInPlace(*kids);
+    if (!orderForFreeing(*kids)) reverseInPlace(*kids);
     if (tnDestroyList && tnDestroyList->append(kids)) return;
     if (!tnDestroyList) {
         ExtPtrArray arrays;
