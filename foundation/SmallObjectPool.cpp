@@ -92,11 +92,13 @@ struct FreeBlock {
 // gives the slab up. Once it has no free block and is not being carved, the
 // owner seals it: balance becomes kSealed plus the blocks in use, every free
 // takes one off, and whichever thread brings it to kSealed gives the slab up.
-// An owner freeing into its sealed slab unseals it to reuse the block.
+// An owner freeing into its sealed slab unseals it to reuse the block. (A
+// new thread whose cache sits where an ended one's did takes that thread's
+// sealed slabs over the same way: a sealed slab is on no thread's lists.)
 //
 // The lists of slabs with free blocks of a class are linked by window number
 // (address >> kSlabShift) rather than by pointer: leak checkers do not follow
-// them, so a slab whose blocks are all leaked is reported (see trim()).
+// them, so a slab whose blocks are all leaked is reported.
 struct Slab {
     std::atomic<Cache*> owner;  // kept when sealed, so that the owner knows it again
     std::atomic<std::int64_t> balance;

@@ -31,12 +31,14 @@
 //
 // Sanitizers: under AddressSanitizer free blocks and the uncarved rest of each
 // slab are poisoned, so a use after free of a pooled object is reported. The
-// pool keeps slabs that hold blocks in use out of the leak checker's sight,
-// so a slab whose every block is leaked is reported (as a leak of the slab,
-// with the stack of the allocation that made it); a leaked block sharing its
-// slab with reachable ones is not. Defining XMLTREE_NO_SMALL_OBJECT_POOL
-// (CMake: -DXMLTREE_SMALL_OBJECT_POOL=OFF) sends every request to ::operator
-// new for per-object reports. Sizes above kMaxBlock always go there.
+// pool points to slabs holding blocks in use only by window number, or as
+// the slab a live thread is carving, so LeakSanitizer reports a slab whose
+// every block is leaked (as a leak of the slab, with the stack of the
+// allocation that made it) once its thread has moved on or ended; a leaked
+// block sharing its slab with reachable ones goes unseen. Defining
+// XMLTREE_NO_SMALL_OBJECT_POOL (CMake: -DXMLTREE_SMALL_OBJECT_POOL=OFF) sends
+// every request to ::operator new for per-object reports. Sizes above
+// kMaxBlock always go there.
 class SmallObjectPool {
   public:
     static constexpr std::size_t kMaxBlock = 256;
