@@ -239,7 +239,7 @@ XMLTREE_POOL_RARE Slab* newSlab(Cache& c) {
 
 // ---- the lists of slabs with free blocks -----------------------------------
 
-XMLTREE_POOL_RARE void linkClass(Cache& c, Slab* s, std::size_t cls) {
+XMLTREE_POOL_RARE void linkClass(Cache& c, Slab* s, std::size_t cls) noexcept {
     const std::uint32_t w = windowOf(s);
     const std::uint32_t first = c.avail[cls];
     s->prev[cls] = 0;
@@ -274,7 +274,7 @@ void dropFreeBlocks(Cache& c, Slab* s) {
 
 // The owner's slab has no block in use: it becomes a spare, or is carved
 // again from the start when it is the one being carved.
-XMLTREE_POOL_RARE void releaseEmpty(Cache& c, Slab* s) {
+XMLTREE_POOL_RARE void releaseEmpty(Cache& c, Slab* s) noexcept {
     dropFreeBlocks(c, s);
     s->live = 0;
     if (s == c.slab) {
@@ -339,9 +339,11 @@ void* carveNew(Cache& c, std::size_t cls, std::size_t n) {
 
 // ---- the owner's free blocks -----------------------------------------------
 
-XMLTREE_POOL_RARE void lastFreeTaken(Cache& c, Slab* s, std::size_t cls) {
+// Returns b, so that the caller's call is its last.
+XMLTREE_POOL_RARE void* lastFreeTaken(Cache& c, Slab* s, std::size_t cls, void* b) noexcept {
     unlinkClass(c, s, cls);
     if (!s->mask && s != c.slab) seal(c, s);
+    return b;
 }
 
 inline void* takeFree(Cache& c, std::size_t cls, std::size_t n) {
@@ -353,13 +355,10 @@ inline void* takeFree(Cache& c, std::size_t cls, std::size_t n) {
     unpoison(b, n);
     s->heads[cls] = next;
     ++s->live;
-    if (next) {
-        // Freed blocks come back in no useful order and are cold by the time
-        // they are reused; fetching the next one now hides most of that miss.
-        __builtin_prefetch(next, 1);
-    } else {
-        lastFreeTaken(c, s, cls);
-    }
+    if (!next) return lastFreeTaken(c, s, cls, b);
+    // Freed blocks come back in no useful order and are cold by the time they
+    // are reused; fetching the next one now hides most of that miss.
+    __builtin_prefetch(next, 1);
     return b;
 }
 
@@ -373,7 +372,7 @@ inline void putFree(Cache& c, Slab* s, std::size_t cls, void* p) {
 }
 
 // A free on a thread other than the slab's owner's.
-XMLTREE_POOL_RARE void freeElsewhere(Slab* s, void* p, std::size_t cls) {
+XMLTREE_POOL_RARE void freeElsewhere(Slab* s, void* p, std::size_t cls) noexcept {
     clearFreed(p, classBytes(cls));
     poison(p, classBytes(cls));
     if (s->balance.fetch_sub(1, std::memory_order_acq_rel) - 1 == kSealed) {
@@ -383,7 +382,7 @@ XMLTREE_POOL_RARE void freeElsewhere(Slab* s, void* p, std::size_t cls) {
 }
 
 // A free into the owner's own slab that others freed into, or that is sealed.
-XMLTREE_POOL_RARE void freeOwnedSlow(Cache& c, Slab* s, std::size_t cls, void* p) {
+XMLTREE_POOL_RARE void freeOwnedSlow(Cache& c, Slab* s, std::size_t cls, void* p) noexcept {
     absorb(s);
     putFree(c, s, cls, p);
     if (--s->live == 0) releaseEmpty(c, s);
@@ -405,7 +404,7 @@ void* allocateShared(std::size_t cls, std::size_t n) {
     return carveNew(sh.cache, cls, n);
 }
 
-XMLTREE_POOL_RARE void* allocateSlow(Cache& c, std::size_t cls, std::size_t n) {
+XMLTREE_POOL_RARE void* allocateSlow(Cache& c, std::size_t cls, std::size_t n) noexcept {
     if (c.dead) return allocateShared(cls, n);
     if (!c.self) arm(c);
     return carveNew(c, cls, n);
