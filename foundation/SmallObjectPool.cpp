@@ -1,48 +1,53 @@
 #include "foundation/SmallObjectPool.h"
 
-#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <mutex>
 #include <new>
+
+#if defined(__GLIBC__)
+#include <malloc.h>
+#endif
 
 #include "foundation/MemoryHook.h"
 
 #if defined(__SANITIZE_ADDRESS__)
-#define XMLTREE_POOL_OFF 1
+#define XMLTREE_POOL_ASAN 1
 #elif defined(__has_feature)
 #if __has_feature(address_sanitizer)
-#define XMLTREE_POOL_OFF 1
+#define XMLTREE_POOL_ASAN 1
 #endif
 #endif
-#if defined(XMLTREE_NO_SMALL_OBJECT_POOL)
-#define XMLTREE_POOL_OFF 1
+#ifdef XMLTREE_POOL_ASAN
+#include <sanitizer/asan_interface.h>
 #endif
 
-#ifndef XMLTREE_POOL_OFF
+#ifndef XMLTREE_NO_SMALL_OBJECT_POOL
+
+// Kept out of line so that the fast paths, which call them rarely, stay small.
+#define XMLTREE_POOL_RARE __attribute__((noinline))
 
 namespace {
 
 constexpr std::size_t kGrain = 8;
 constexpr std::size_t kClasses = SmallObjectPool::kMaxBlock / kGrain;
-static_assert(kClasses <= 32, "a sweep keeps the classes of a slab in 32 bits");
+static_assert(kClasses <= 32, "a slab keeps its classes with free blocks in 32 bits");
 constexpr unsigned kSlabShift = 16;
 static_assert(SmallObjectPool::kSlabBytes == std::size_t{1} << kSlabShift,
-              "slab windows are kSlabBytes wide");
-// Free bytes a thread may gather before it looks for whole free slabs. Small
-// enough that the blocks just freed are still in cache when a sweep walks
-// them.
-constexpr std::size_t kMinSweepBytes = 1024 * 1024;
-// Blocks a sweep notes down in its first pass so that the second reads an
-// array instead of chasing the lists again (a sweep of kMinSweepBytes needs
-// a fraction of this).
-constexpr std::size_t kScratchBlocks = 32 * 1024;
-// Whole free slabs kept for the next tree rather than given back to malloc:
-// malloc may hand the pages back to the system, and faulting them in again
-// costs more than the parse writing them.
-constexpr std::size_t kMaxSpareSlabs = 256;
-constexpr int kRefillBatch = 128;
+              "slabs are aligned to their own size");
+// A slab is asked of malloc 16 bytes short of its aligned window: malloc's
+// header for the next chunk then fits in front of the next window, so slabs
+// taken one after another tile memory instead of leaving a gap each.
+constexpr std::size_t kSlabUsable = SmallObjectPool::kSlabBytes - 16;
+// A slab's balance while no thread hands out its blocks (see Slab).
+constexpr std::int64_t kSealed = std::int64_t{1} << 40;
+// Empty slabs kept for the next tree rather than given back to malloc, which
+// may hand the pages back to the system; faulting them in again costs more
+// than the parse writing them. A few per thread, more shared.
+constexpr std::size_t kThreadSpares = 16;
+constexpr std::size_t kSharedSpares = 256;
 
 inline std::size_t classOf(std::size_t n) {
     return (n + kGrain - 1) / kGrain - 1;
@@ -51,136 +56,101 @@ inline std::size_t classBytes(std::size_t cls) {
     return (cls + 1) * kGrain;
 }
 
+// Under AddressSanitizer free blocks and the uncarved rest of each slab are
+// poisoned, so that a use after free of a pooled object is reported as one of
+// malloc's would be. A freed block is also cleared: pointers left in it would
+// otherwise keep other slabs reachable for the leak checker.
+#ifdef XMLTREE_POOL_ASAN
+inline void poison(const void* p, std::size_t n) {
+    ASAN_POISON_MEMORY_REGION(p, n);
+}
+inline void unpoison(const void* p, std::size_t n) {
+    ASAN_UNPOISON_MEMORY_REGION(p, n);
+}
+inline void clearFreed(void* p, std::size_t n) {
+    unpoison(p, n);
+    std::memset(p, 0, n);
+}
+#else
+inline void poison(const void*, std::size_t) {}
+inline void unpoison(const void*, std::size_t) {}
+inline void clearFreed(void*, std::size_t) {}
+#endif
+
+struct Cache;
+
 struct FreeBlock {
     FreeBlock* next;
 };
 
-// Sits at the start of each slab. `carved` counts the bytes of the blocks cut
-// from it (alignment gaps left out); it is final once `retired` is set, as no
-// thread carves from the slab after that. The other fields belong to a sweep
-// and are only touched under the slab mutex; between sweeps they are zero.
-struct alignas(16) Slab {
-    std::size_t carved;
-    std::atomic<bool> retired;
-    bool whole;             // every carved byte is on the swept lists
-    std::uint32_t classes;  // size classes of the blocks found on them
-    std::size_t tally;      // free bytes found on the swept lists
-    Slab* nextTouched;      // slabs with a tally, then the whole ones
+// Sits at the start of each slab. Blocks freed on the owner's thread go on the
+// slab's own list for their class and `live` drops; the slab is empty the
+// moment `live` reaches zero, and goes whole, whatever the order of the frees.
+//
+// Blocks freed on other threads only count down `balance`: they are not
+// reused until the whole slab is. While the owner hands out blocks of the slab
+// (it is carving it or the slab has free blocks), balance is minus the frees
+// made elsewhere, so live + balance blocks are in use, and only the owner
+// gives the slab up. Once it has no free block and is not being carved, the
+// owner seals it: balance becomes kSealed plus the blocks in use, every free
+// takes one off, and whichever thread brings it to kSealed gives the slab up.
+// An owner freeing into its sealed slab unseals it to reuse the block. (A
+// new thread whose cache sits where an ended one's did takes that thread's
+// sealed slabs over the same way: a sealed slab is on no thread's lists.)
+//
+// The lists of slabs with free blocks of a class are linked by window number
+// (address >> kSlabShift) rather than by pointer: leak checkers do not follow
+// them, so a slab whose blocks are all leaked is reported.
+struct Slab {
+    std::atomic<Cache*> owner;  // kept when sealed, so that the owner knows it again
+    std::atomic<std::int64_t> balance;
+    std::int64_t live;   // owner only from here on
+    std::uint32_t mask;  // classes with blocks on `heads`
+    Slab* nextSpare;
+    FreeBlock* heads[kClasses];
+    std::uint32_t prev[kClasses];
+    std::uint32_t next[kClasses];
 };
-constexpr std::size_t kSlabHeader = (sizeof(Slab) + 15) & ~std::size_t{15};
+constexpr std::size_t kSlabHeader = (sizeof(Slab) + 63) & ~std::size_t{63};
 
-inline std::uint64_t windowOf(const void* p) {
-    return static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(p)) >> kSlabShift;
+inline Slab* slabOf(const void* p) {
+    return reinterpret_cast<Slab*>(reinterpret_cast<std::uintptr_t>(p) &
+                                   ~(SmallObjectPool::kSlabBytes - 1));
+}
+inline std::uint32_t windowOf(const Slab* s) {
+    return static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(s) >> kSlabShift);
+}
+inline Slab* slabAt(std::uint32_t w) {
+    return reinterpret_cast<Slab*>(static_cast<std::uintptr_t>(w) << kSlabShift);
+}
+inline char* slabStart(Slab* s) {
+    return reinterpret_cast<char*>(s) + kSlabHeader;
+}
+inline char* slabEnd(Slab* s) {
+    return reinterpret_cast<char*>(s) + kSlabUsable;
 }
 
-// Every slab, keyed by the kSlabBytes-wide address window its first byte lies
-// in. Slabs come from plain malloc, unaligned, so no two start in one window
-// and a block lies in the slab starting in its own window or in the one
-// before. Open addressing with linear probing; erasing shifts back.
-class SlabTable {
-  public:
-    std::size_t size() const { return count_; }
-
-    Slab* slabOf(const void* p) const {
-        const std::uint64_t w = windowOf(p);
-        Slab* s = find(w);
-        if (s && static_cast<const void*>(s) <= p) return s;
-        return find(w - 1);
-    }
-
-    bool insert(Slab* s) {
-        if ((count_ + 1) * 2 > capacity() && !grow()) return false;
-        place(s);
-        ++count_;
-        return true;
-    }
-
-    void erase(Slab* s) {
-        std::size_t i = home(windowOf(s));
-        while (slots_[i] != s)
-            i = (i + 1) & mask_;
-        slots_[i] = nullptr;
-        --count_;
-        for (std::size_t j = (i + 1) & mask_; slots_[j]; j = (j + 1) & mask_) {
-            const std::size_t k = home(windowOf(slots_[j]));
-            // Move slots_[j] into the hole unless its home lies cyclically in (i, j].
-            const bool stays = i < j ? (k > i && k <= j) : (k > i || k <= j);
-            if (stays) continue;
-            slots_[i] = slots_[j];
-            slots_[j] = nullptr;
-            i = j;
-        }
-    }
-
-  private:
-    std::size_t capacity() const { return slots_ ? mask_ + 1 : 0; }
-
-    std::size_t home(std::uint64_t w) const {
-        return static_cast<std::size_t>((w * 0x9E3779B97F4A7C15ull) >> shift_) & mask_;
-    }
-
-    Slab* find(std::uint64_t w) const {
-        if (!slots_) return nullptr;
-        for (std::size_t i = home(w); slots_[i]; i = (i + 1) & mask_)
-            if (windowOf(slots_[i]) == w) return slots_[i];
-        return nullptr;
-    }
-
-    void place(Slab* s) {
-        std::size_t i = home(windowOf(s));
-        while (slots_[i])
-            i = (i + 1) & mask_;
-        slots_[i] = s;
-    }
-
-    bool grow() {
-        const std::size_t oldCap = capacity();
-        const std::size_t newCap = oldCap ? 2 * oldCap : 64;
-        Slab** fresh = new (std::nothrow) Slab*[newCap]();
-        if (!fresh) return false;
-        Slab** old = slots_;
-        slots_ = fresh;
-        mask_ = newCap - 1;
-        shift_ = 64;
-        for (std::size_t c = newCap; c > 1; c >>= 1)
-            --shift_;
-        for (std::size_t i = 0; i < oldCap; ++i)
-            if (old[i]) place(old[i]);
-        delete[] old;
-        return true;
-    }
-
-    Slab** slots_ = nullptr;
-    std::size_t mask_ = 0;
-    unsigned shift_ = 64;
-    std::size_t count_ = 0;
-};
-
-// Free lists and the slab being carved. Trivially destructible and zero at
-// start, so that it stays usable while static objects are destroyed.
+// A thread's state. Trivially destructible and zero at start, so that it
+// stays usable while static and thread-local objects are destroyed.
 struct Cache {
-    FreeBlock* heads[kClasses];
-    std::size_t freeBytes;
-    std::size_t sweepAt;
-    Slab* slab;
-    std::size_t carved;  // block bytes carved from `slab` so far
+    std::uint32_t avail[kClasses];  // first slab with free blocks of each class
+    Slab* slab;                     // the slab being carved
     char* bump;
     char* bumpEnd;
+    Slab* spares;
+    std::size_t spareCount;
+    Cache* self;  // this cache from the first allocation until the thread ends
     bool dead;
-    bool armed;
 };
 
-// Shared state. Never destroyed: trees may outlive every static object, and
-// the table keeps the slabs reachable for leak checkers.
+// Shared state. Never destroyed: trees may outlive every static object.
 struct Shared {
-    std::mutex mutex;  // guards `cache` and `avail`
+    std::mutex cacheMutex;  // guards `cache`, which serves threads that have ended
     Cache cache{};
-    std::atomic<std::size_t> avail[kClasses]{};
-    std::mutex slabMutex;  // guards `slabs`, the spares and the sweep fields of every slab
-    SlabTable slabs;
-    Slab* spares = nullptr;  // whole free slabs kept, linked through nextTouched
+    std::mutex spareMutex;  // guards the spares; taken after cacheMutex
+    Slab* spares = nullptr;
     std::size_t spareCount = 0;
-    FreeBlock** scratch = nullptr;  // kScratchBlocks entries once a sweep has run
+    std::atomic<std::size_t> slabs{0};
     std::atomic<long> slabLimit{-1};
 };
 
@@ -191,321 +161,293 @@ Shared& shared() {
 
 thread_local Cache t_cache;
 
-void flushToShared(Cache& c);
+void endThread(Cache& c);
 
-// Its destructor hands the thread's free blocks to the shared list.
+// Its destructor seals the thread's slabs when the thread ends.
 struct Reaper {
     void arm() {}
-    ~Reaper() { flushToShared(t_cache); }
+    ~Reaper() { endThread(t_cache); }
 };
 thread_local Reaper t_reaper;
 
-Slab* initSlab(void* mem) {
-    return new (mem) Slab{0, {false}, false, 0, 0, nullptr};
+void freeSlab(Slab* s) {
+    unpoison(s, kSlabUsable);
+    std::free(s);
+    shared().slabs.fetch_sub(1, std::memory_order_relaxed);
 }
 
-Slab* takeSpare(Shared& s) {
-    std::lock_guard<std::mutex> lock(s.slabMutex);
-    Slab* slab = s.spares;
-    if (!slab) return nullptr;
-    s.spares = slab->nextTouched;
-    --s.spareCount;
-    return initSlab(slab);
-}
-
-Slab* newSlab() {
-    Shared& s = shared();
-    long limit = s.slabLimit.load(std::memory_order_relaxed);
-    if (limit == 0) return nullptr;
-    if (limit > 0) s.slabLimit.store(limit - 1, std::memory_order_relaxed);
-    if (Slab* spare = takeSpare(s)) return spare;
-    void* mem = std::malloc(SmallObjectPool::kSlabBytes);
-    if (!mem) return nullptr;
-    Slab* slab = initSlab(mem);
-    std::lock_guard<std::mutex> lock(s.slabMutex);
-    if (!s.slabs.insert(slab)) {
-        std::free(mem);
-        return nullptr;
+// An empty slab goes to the shared spares, or back to malloc past their bound.
+XMLTREE_POOL_RARE void giveUpShared(Slab* s) {
+    Shared& sh = shared();
+    {
+        std::lock_guard<std::mutex> lock(sh.spareMutex);
+        if (sh.spareCount < kSharedSpares) {
+            s->nextSpare = sh.spares;
+            sh.spares = s;
+            ++sh.spareCount;
+            return;
+        }
     }
-    return slab;
+    freeSlab(s);
 }
 
-// Keeps a whole free slab as a spare, or gives it back to malloc when there
-// are enough. The caller holds the slab mutex.
-void releaseSlab(Shared& s, Slab* slab) {
-    slab->whole = false;
-    slab->tally = 0;
-    slab->classes = 0;
-    if (s.spareCount < kMaxSpareSlabs) {
-        slab->nextTouched = s.spares;
-        s.spares = slab;
-        ++s.spareCount;
+XMLTREE_POOL_RARE void giveUp(Cache& c, Slab* s) {
+    if (c.self && c.spareCount < kThreadSpares) {
+        s->nextSpare = c.spares;
+        c.spares = s;
+        ++c.spareCount;
         return;
     }
-    s.slabs.erase(slab);
-    std::free(slab);
+    giveUpShared(s);
 }
 
-void freeSpares(Shared& s) {
-    std::lock_guard<std::mutex> lock(s.slabMutex);
-    while (Slab* slab = s.spares) {
-        s.spares = slab->nextTouched;
-        s.slabs.erase(slab);
-        std::free(slab);
+Slab* takeSharedSpare() {
+    Shared& sh = shared();
+    std::lock_guard<std::mutex> lock(sh.spareMutex);
+    Slab* s = sh.spares;
+    if (s) {
+        sh.spares = s->nextSpare;
+        --sh.spareCount;
     }
-    s.spareCount = 0;
+    return s;
 }
 
-void retire(Cache& c) {
-    if (!c.slab) return;
-    c.slab->carved = c.carved;
-    c.slab->retired.store(true, std::memory_order_release);
-    c.slab = nullptr;
-    c.bump = c.bumpEnd = nullptr;
-}
-
-// Carves a block of class `cls` from the cache's slab, starting a new slab
-// when this one is full.
-void* carve(Cache& c, std::size_t cls) {
-    const std::size_t bytes = classBytes(cls);
-    char* p = c.bump;
-    if (p && bytes % 16 == 0) p += reinterpret_cast<std::uintptr_t>(p) & 8;
-    if (!p || p + bytes > c.bumpEnd) {
-        retire(c);
-        Slab* slab = newSlab();
-        if (!slab) return nullptr;
-        c.slab = slab;
-        c.carved = 0;
-        p = reinterpret_cast<char*>(slab) + kSlabHeader;
-        c.bumpEnd = reinterpret_cast<char*>(slab) + SmallObjectPool::kSlabBytes;
+// An empty slab for `c` to carve: a spare, or a fresh one from malloc.
+XMLTREE_POOL_RARE Slab* newSlab(Cache& c) {
+    Shared& sh = shared();
+    const long limit = sh.slabLimit.load(std::memory_order_relaxed);
+    if (limit == 0) return nullptr;
+    if (limit > 0) sh.slabLimit.store(limit - 1, std::memory_order_relaxed);
+    Slab* s = c.spares;
+    if (s) {
+        c.spares = s->nextSpare;
+        --c.spareCount;
+    } else if (!(s = takeSharedSpare())) {
+        void* mem = nullptr;
+        if (posix_memalign(&mem, SmallObjectPool::kSlabBytes, kSlabUsable) != 0) return nullptr;
+        // Window numbers are 32 bits: far above any heap on 48-bit address spaces.
+        if (reinterpret_cast<std::uintptr_t>(mem) >> (32 + kSlabShift)) {
+            std::free(mem);
+            return nullptr;
+        }
+        sh.slabs.fetch_add(1, std::memory_order_relaxed);
+        s = static_cast<Slab*>(mem);
     }
-    c.bump = p + bytes;
-    c.carved += bytes;
-    return p;
+    s = new (s) Slab{};
+    s->owner.store(&c, std::memory_order_relaxed);
+    poison(slabStart(s), kSlabUsable - kSlabHeader);
+    return s;
 }
 
-// Carves from the slab in hand when it has room, else null. While a thread
-// builds a tree its lists are mostly empty, so this is the common request;
-// the shared list is looked at when the slab runs out.
-inline void* carveFromCurrent(Cache& c, std::size_t cls) {
+// ---- the lists of slabs with free blocks -----------------------------------
+
+XMLTREE_POOL_RARE void linkClass(Cache& c, Slab* s, std::size_t cls) noexcept {
+    const std::uint32_t w = windowOf(s);
+    const std::uint32_t first = c.avail[cls];
+    s->prev[cls] = 0;
+    s->next[cls] = first;
+    if (first) slabAt(first)->prev[cls] = w;
+    c.avail[cls] = w;
+    s->mask |= std::uint32_t{1} << cls;
+}
+
+inline void unlinkClass(Cache& c, Slab* s, std::size_t cls) {
+    const std::uint32_t before = s->prev[cls];
+    const std::uint32_t after = s->next[cls];
+    if (before) {
+        slabAt(before)->next[cls] = after;
+    } else {
+        c.avail[cls] = after;
+    }
+    if (after) slabAt(after)->prev[cls] = before;
+    s->mask &= ~(std::uint32_t{1} << cls);
+}
+
+// Forgets the slab's free blocks: off every list, heads cleared.
+void dropFreeBlocks(Cache& c, Slab* s) {
+    while (s->mask) {
+        const auto cls = static_cast<std::size_t>(__builtin_ctz(s->mask));
+        unlinkClass(c, s, cls);
+        s->heads[cls] = nullptr;
+    }
+}
+
+// ---- giving slabs up -------------------------------------------------------
+
+// The owner's slab has no block in use: it becomes a spare, or is carved
+// again from the start when it is the one being carved.
+XMLTREE_POOL_RARE void releaseEmpty(Cache& c, Slab* s) noexcept {
+    dropFreeBlocks(c, s);
+    s->live = 0;
+    if (s == c.slab) {
+        c.bump = slabStart(s);
+        poison(c.bump, kSlabUsable - kSlabHeader);
+        return;
+    }
+    giveUp(c, s);
+}
+
+// The owner will hand out no more blocks of `s` (it has none free, or its
+// thread is ending); from now on the last free gives it up.
+XMLTREE_POOL_RARE void seal(Cache& c, Slab* s) {
+    dropFreeBlocks(c, s);
+    const std::int64_t add = s->live + kSealed;
+    s->live = 0;
+    if (s->balance.fetch_add(add, std::memory_order_acq_rel) + add == kSealed) {
+        s->balance.store(0, std::memory_order_relaxed);
+        giveUp(c, s);
+    }
+}
+
+// Takes into `live` what other threads freed, unsealing a sealed slab.
+inline void absorb(Slab* s) {
+    const std::int64_t b = s->balance.exchange(0, std::memory_order_acq_rel);
+    s->live = b > 0 ? b - kSealed : s->live + b;
+}
+
+// ---- carving ---------------------------------------------------------------
+
+inline void* carveFromCurrent(Cache& c, std::size_t cls, std::size_t n) {
     const std::size_t bytes = classBytes(cls);
     char* p = c.bump;
     if (!p) return nullptr;
     if (bytes % 16 == 0) p += reinterpret_cast<std::uintptr_t>(p) & 8;
     if (p + bytes > c.bumpEnd) return nullptr;
     c.bump = p + bytes;
-    c.carved += bytes;
+    ++c.slab->live;
+    unpoison(p, n);
     return p;
 }
 
-inline void* pop(Cache& c, std::size_t cls) {
-    FreeBlock* b = c.heads[cls];
-    if (!b) return nullptr;
-    c.heads[cls] = b->next;
-    c.freeBytes -= classBytes(cls);
-    // Freed blocks come back in no useful order and are cold by the time they
-    // are reused; fetching the next one now hides most of that miss behind
-    // the work done before the next allocation of this size.
-    __builtin_prefetch(b->next, 1);
+// Leaves the slab being carved: sealed unless it has free blocks to hand out,
+// in which case the last of them seals it.
+void retireCarved(Cache& c) {
+    Slab* s = c.slab;
+    if (!s) return;
+    c.slab = nullptr;
+    c.bump = c.bumpEnd = nullptr;
+    if (!s->mask) seal(c, s);
+}
+
+void* carveNew(Cache& c, std::size_t cls, std::size_t n) {
+    Slab* s = newSlab(c);
+    if (!s) return nullptr;
+    retireCarved(c);
+    c.slab = s;
+    c.bump = slabStart(s);
+    c.bumpEnd = slabEnd(s);
+    return carveFromCurrent(c, cls, n);
+}
+
+// ---- the owner's free blocks -----------------------------------------------
+
+// Returns b, so that the caller's call is its last.
+XMLTREE_POOL_RARE void* lastFreeTaken(Cache& c, Slab* s, std::size_t cls, void* b) noexcept {
+    unlinkClass(c, s, cls);
+    if (!s->mask && s != c.slab) seal(c, s);
     return b;
 }
 
-inline void push(Cache& c, std::size_t cls, void* p) {
+inline void* takeFree(Cache& c, std::size_t cls, std::size_t n) {
+    Slab* s = slabAt(c.avail[cls]);
+    FreeBlock* b = s->heads[cls];
+    unpoison(b, sizeof(FreeBlock));
+    FreeBlock* next = b->next;
+    poison(b, classBytes(cls));
+    unpoison(b, n);
+    s->heads[cls] = next;
+    ++s->live;
+    if (!next) return lastFreeTaken(c, s, cls, b);
+    // Freed blocks come back in no useful order and are cold by the time they
+    // are reused; fetching the next one now hides most of that miss.
+    __builtin_prefetch(next, 1);
+    return b;
+}
+
+inline void putFree(Cache& c, Slab* s, std::size_t cls, void* p) {
+    clearFreed(p, classBytes(cls));
     FreeBlock* b = static_cast<FreeBlock*>(p);
-    b->next = c.heads[cls];
-    c.heads[cls] = b;
-    c.freeBytes += classBytes(cls);
+    b->next = s->heads[cls];
+    if (!b->next) linkClass(c, s, cls);
+    s->heads[cls] = b;
+    poison(b, classBytes(cls));
 }
 
-// Moves up to kRefillBatch blocks of the shared list into the thread's.
-void* refillFromShared(Cache& c, std::size_t cls) {
-    Shared& s = shared();
-    if (s.avail[cls].load(std::memory_order_relaxed) == 0) return nullptr;
-    std::lock_guard<std::mutex> lock(s.mutex);
-    for (int i = 0; i < kRefillBatch; ++i) {
-        void* p = pop(s.cache, cls);
-        if (!p) break;
-        push(c, cls, p);
-    }
-    s.avail[cls].store(s.cache.heads[cls] ? 1 : 0, std::memory_order_relaxed);
-    return pop(c, cls);
-}
-
-// The free blocks a sweep found, in list order, and where each class's run
-// ends; classes past `recorded` did not fit and are walked again instead.
-struct SweepNotes {
-    FreeBlock** blocks;
-    std::size_t ends[kClasses];
-    std::size_t recorded;  // classes below this one are noted in full
-};
-
-// Adds every free block of the cache to its slab's tally and notes it down
-// while there is room; returns the slabs tallied, linked through nextTouched.
-Slab* tallyFreeBlocks(const Cache& c, const SlabTable& slabs, SweepNotes& notes) {
-    Slab* touched = nullptr;
-    std::size_t n = 0;
-    const std::size_t room = notes.blocks ? kScratchBlocks : 0;
-    notes.recorded = kClasses;
-    for (std::size_t cls = 0; cls < kClasses; ++cls) {
-        const std::size_t bytes = classBytes(cls);
-        for (FreeBlock* b = c.heads[cls]; b; b = b->next) {
-            Slab* slab = slabs.slabOf(b);
-            if (!slab) continue;
-            if (slab->tally == 0) {
-                slab->nextTouched = touched;
-                touched = slab;
-            }
-            slab->tally += bytes;
-            slab->classes |= std::uint32_t{1} << cls;
-            if (n < room) notes.blocks[n] = b;
-            ++n;
-        }
-        if (n > room && notes.recorded == kClasses) notes.recorded = cls;
-        notes.ends[cls] = n;
-    }
-    return touched;
-}
-
-// Marks the tallied slabs whose every carved byte is free and returns them;
-// the others go back to a zero tally.
-Slab* pickWholeSlabs(Slab* touched, std::uint32_t& classes) {
-    Slab* whole = nullptr;
-    classes = 0;
-    while (Slab* slab = touched) {
-        touched = slab->nextTouched;
-        if (slab->retired.load(std::memory_order_acquire) && slab->tally == slab->carved) {
-            slab->whole = true;
-            classes |= slab->classes;
-            slab->nextTouched = whole;
-            whole = slab;
-        } else {
-            slab->tally = 0;
-            slab->classes = 0;
-            slab->nextTouched = nullptr;
-        }
-    }
-    return whole;
-}
-
-inline bool inWholeSlab(const SlabTable& slabs, const FreeBlock* b) {
-    const Slab* slab = slabs.slabOf(b);
-    return slab && slab->whole;
-}
-
-// Relinks a class's list from the noted blocks, leaving out those in whole slabs.
-void relinkNoted(Cache& c, std::size_t cls, const SlabTable& slabs, const SweepNotes& notes) {
-    const std::size_t bytes = classBytes(cls);
-    FreeBlock** link = &c.heads[cls];
-    for (std::size_t i = cls ? notes.ends[cls - 1] : 0; i < notes.ends[cls]; ++i) {
-        FreeBlock* b = notes.blocks[i];
-        if (inWholeSlab(slabs, b)) {
-            c.freeBytes -= bytes;
-        } else {
-            *link = b;
-            link = &b->next;
-        }
-    }
-    *link = nullptr;
-}
-
-void unlinkWalking(Cache& c, std::size_t cls, const SlabTable& slabs) {
-    const std::size_t bytes = classBytes(cls);
-    FreeBlock** link = &c.heads[cls];
-    while (FreeBlock* b = *link) {
-        if (inWholeSlab(slabs, b)) {
-            *link = b->next;
-            c.freeBytes -= bytes;
-        } else {
-            link = &b->next;
-        }
+// A free on a thread other than the slab's owner's.
+XMLTREE_POOL_RARE void freeElsewhere(Slab* s, void* p, std::size_t cls) noexcept {
+    clearFreed(p, classBytes(cls));
+    poison(p, classBytes(cls));
+    if (s->balance.fetch_sub(1, std::memory_order_acq_rel) - 1 == kSealed) {
+        s->balance.store(0, std::memory_order_relaxed);
+        giveUpShared(s);
     }
 }
 
-// Takes out of the cache's lists the blocks that lie in whole slabs.
-void dropBlocksOfWholeSlabs(Cache& c, const SlabTable& slabs, std::uint32_t classes,
-                            const SweepNotes& notes) {
-    for (std::size_t cls = 0; cls < kClasses; ++cls) {
-        if (!(classes & (std::uint32_t{1} << cls))) continue;
-        if (cls < notes.recorded) {
-            relinkNoted(c, cls, slabs, notes);
-        } else {
-            unlinkWalking(c, cls, slabs);
-        }
-    }
+// A free into the owner's own slab that others freed into, or that is sealed.
+XMLTREE_POOL_RARE void freeOwnedSlow(Cache& c, Slab* s, std::size_t cls, void* p) noexcept {
+    absorb(s);
+    putFree(c, s, cls, p);
+    if (--s->live == 0) releaseEmpty(c, s);
 }
 
-// Gives up the slabs all of whose carved bytes sit on this cache's lists:
-// one pass tallies the free bytes per slab, a second takes the blocks of the
-// whole ones off the lists. The caller holds whatever lock guards the cache.
-void sweep(Cache& c) {
-    Shared& s = shared();
-    std::lock_guard<std::mutex> lock(s.slabMutex);
-    if (!s.scratch)
-        s.scratch = new (std::nothrow) FreeBlock*[kScratchBlocks];
-    SweepNotes notes;
-    notes.blocks = s.scratch;
-    std::uint32_t classes = 0;
-    Slab* whole = pickWholeSlabs(tallyFreeBlocks(c, s.slabs, notes), classes);
-    if (!whole) return;
-    dropBlocksOfWholeSlabs(c, s.slabs, classes, notes);
-    while (Slab* slab = whole) {
-        whole = slab->nextTouched;
-        releaseSlab(s, slab);
-    }
-}
+// ---- threads ---------------------------------------------------------------
 
-void sweepThread(Cache& c) {
-    sweep(c);
-    c.sweepAt = std::max(kMinSweepBytes, 2 * c.freeBytes);
-}
-
-void flushToShared(Cache& c) {
-    Shared& s = shared();
-    std::lock_guard<std::mutex> lock(s.mutex);
-    retire(c);
-    for (std::size_t cls = 0; cls < kClasses; ++cls) {
-        while (void* p = pop(c, cls))
-            push(s.cache, cls, p);
-        if (s.cache.heads[cls]) s.avail[cls].store(1, std::memory_order_relaxed);
-    }
-    c.dead = true;
-    sweep(s.cache);
-}
-
-void* allocateShared(std::size_t cls) {
-    Shared& s = shared();
-    std::lock_guard<std::mutex> lock(s.mutex);
-    void* p = pop(s.cache, cls);
-    return p ? p : carve(s.cache, cls);
-}
-
-void deallocateShared(std::size_t cls, void* p) {
-    Shared& s = shared();
-    std::lock_guard<std::mutex> lock(s.mutex);
-    push(s.cache, cls, p);
-    s.avail[cls].store(1, std::memory_order_relaxed);
-}
-
-// Registers the thread's exit hook on its first use of the pool.
 void arm(Cache& c) {
     t_reaper.arm();
-    c.armed = true;
-    c.sweepAt = kMinSweepBytes;
+    c.self = &c;
 }
 
-void deallocateSlow(Cache& c) {
-    if (!c.armed) {
-        arm(c);
-    } else {
-        sweepThread(c);
+// Threads that have ended allocate from the shared cache; every free into its
+// slabs counts as one made elsewhere.
+void* allocateShared(std::size_t cls, std::size_t n) {
+    Shared& sh = shared();
+    std::lock_guard<std::mutex> lock(sh.cacheMutex);
+    if (void* p = carveFromCurrent(sh.cache, cls, n)) return p;
+    return carveNew(sh.cache, cls, n);
+}
+
+XMLTREE_POOL_RARE void* allocateSlow(Cache& c, std::size_t cls, std::size_t n) noexcept {
+    if (c.dead) return allocateShared(cls, n);
+    if (!c.self) arm(c);
+    return carveNew(c, cls, n);
+}
+
+// Seals every slab the thread hands out blocks from (the empty ones go) and
+// passes its spares on. Trees the thread made may live on, on any thread.
+void endThread(Cache& c) {
+    c.self = nullptr;
+    c.dead = true;
+    retireCarved(c);  // sealed now, or with those that have free blocks
+    for (std::size_t cls = 0; cls < kClasses; ++cls) {
+        while (c.avail[cls])
+            seal(c, slabAt(c.avail[cls]));
     }
+    while (Slab* s = c.spares) {
+        c.spares = s->nextSpare;
+        giveUpShared(s);
+    }
+    c.spareCount = 0;
 }
 
-void* allocateSlow(Cache& c, std::size_t cls) {
-    if (c.dead) return allocateShared(cls);
-    if (!c.armed) arm(c);
-    if (void* p = refillFromShared(c, cls)) return p;
-    return carve(c, cls);
+// Gives up the thread's slabs that others have emptied without it noticing.
+void trimThread(Cache& c) {
+    for (std::size_t cls = 0; cls < kClasses; ++cls) {
+        for (std::uint32_t w = c.avail[cls]; w;) {
+            Slab* s = slabAt(w);
+            w = s->next[cls];
+            absorb(s);
+            if (s->live == 0) releaseEmpty(c, s);
+        }
+    }
+    if (c.slab) {
+        absorb(c.slab);
+        if (c.slab->live == 0) releaseEmpty(c, c.slab);
+    }
+    while (Slab* s = c.spares) {
+        c.spares = s->nextSpare;
+        freeSlab(s);
+    }
+    c.spareCount = 0;
 }
 
 }  // namespace
@@ -516,9 +458,9 @@ inline void* allocateBlock(std::size_t n) noexcept {
     if (n > SmallObjectPool::kMaxBlock || n == 0) return ::operator new(n, std::nothrow);
     const std::size_t cls = classOf(n);
     Cache& c = t_cache;
-    if (void* p = pop(c, cls)) return p;
-    if (void* p = carveFromCurrent(c, cls)) return p;
-    return allocateSlow(c, cls);
+    if (c.avail[cls]) return takeFree(c, cls, n);
+    if (void* p = carveFromCurrent(c, cls, n)) return p;
+    return allocateSlow(c, cls, n);
 }
 
 // Counted allocations (tests only) take a path of their own, so that the
@@ -542,13 +484,18 @@ void SmallObjectPool::deallocate(void* p, std::size_t n) noexcept {
         return;
     }
     const std::size_t cls = classOf(n);
+    Slab* s = slabOf(p);
     Cache& c = t_cache;
-    if (c.dead) {
-        deallocateShared(cls, p);
+    if (s->owner.load(std::memory_order_relaxed) != c.self) {
+        freeElsewhere(s, p, cls);
         return;
     }
-    push(c, cls, p);
-    if (c.freeBytes > c.sweepAt) deallocateSlow(c);
+    if (s->balance.load(std::memory_order_acquire) != 0) {
+        freeOwnedSlow(c, s, cls, p);
+        return;
+    }
+    putFree(c, s, cls, p);
+    if (--s->live == 0) releaseEmpty(c, s);
 }
 
 bool SmallObjectPool::enabled() noexcept {
@@ -561,25 +508,33 @@ std::size_t SmallObjectPool::blockBytes(std::size_t n) noexcept {
 
 void SmallObjectPool::trim() noexcept {
     Cache& c = t_cache;
-    if (!c.dead) sweepThread(c);
-    Shared& s = shared();
+    if (c.self) trimThread(c);
+    Shared& sh = shared();
     {
-        std::lock_guard<std::mutex> lock(s.mutex);
-        sweep(s.cache);
-        for (std::size_t cls = 0; cls < kClasses; ++cls)
-            s.avail[cls].store(s.cache.heads[cls] ? 1 : 0, std::memory_order_relaxed);
+        std::lock_guard<std::mutex> lock(sh.cacheMutex);
+        if (Slab* s = sh.cache.slab) {
+            absorb(s);
+            if (s->live == 0) releaseEmpty(sh.cache, s);
+        }
     }
-    freeSpares(s);
+    Slab* spares = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(sh.spareMutex);
+        spares = sh.spares;
+        sh.spares = nullptr;
+        sh.spareCount = 0;
+    }
+    while (Slab* s = spares) {
+        spares = s->nextSpare;
+        freeSlab(s);
+    }
+#if defined(__GLIBC__)
+    malloc_trim(0);
+#endif
 }
 
 std::size_t SmallObjectPool::slabCount() noexcept {
-    Shared& s = shared();
-    std::lock_guard<std::mutex> lock(s.slabMutex);
-    return s.slabs.size();
-}
-
-std::size_t SmallObjectPool::threadFreeBytes() noexcept {
-    return t_cache.freeBytes;
+    return shared().slabs.load(std::memory_order_relaxed);
 }
 
 void SmallObjectPool::limitSlabsForTesting(long slabs) noexcept {
@@ -609,10 +564,6 @@ std::size_t SmallObjectPool::blockBytes(std::size_t n) noexcept {
 void SmallObjectPool::trim() noexcept {}
 
 std::size_t SmallObjectPool::slabCount() noexcept {
-    return 0;
-}
-
-std::size_t SmallObjectPool::threadFreeBytes() noexcept {
     return 0;
 }
 

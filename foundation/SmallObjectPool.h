@@ -8,25 +8,37 @@
 // children arrays, attribute sets). A parse makes several of these per
 // element, and malloc was a quarter to a third of the parse time.
 //
-// Blocks come in size classes of 8 bytes up to kMaxBlock and are carved from
-// 64 KB slabs taken from malloc. Each thread keeps its own free list per
-// class, so allocating and freeing take no lock. A block freed on another
-// thread than the one that allocated it simply joins the freeing thread's
-// list: trees may be built on one thread and destroyed on another. When a
-// thread ends, its free blocks go to a shared list that other threads draw
-// from.
+// Blocks come in size classes of 8 bytes up to kMaxBlock and are carved in
+// order from 64 KB slabs aligned to their size, so a block finds its slab by
+// masking its address. Each slab belongs to the thread that carves it, which
+// allocates and frees in it without a lock: a freed block goes on its slab's
+// own list for its class and the slab's count of blocks in use drops. When
+// the count reaches zero the slab is empty and goes whole, in whatever order
+// the tree was freed.
 //
-// Memory after the trees are gone: free blocks stay on the lists and are
-// reused by the next tree. Once a thread's free blocks grow well beyond what
-// it had after the last sweep, and whenever trim() is called, slabs whose
-// every block is free on that thread's lists (or on the shared list) are
-// given up: up to 16 MB of them are kept as spares for the next tree, the
-// rest go back to malloc (trim() gives back the spares too). A table of all
-// slabs lives for the whole process, so leak checkers see them as reachable.
+// Trees may be built on one thread and destroyed on another. A block freed on
+// another thread than its slab's owner only counts down an atomic balance in
+// the slab and is not reused until the whole slab is. A slab the owner hands
+// out nothing more from (full, no free block) is sealed, and whichever thread
+// frees its last block gives it up; slabs the owner still hands out from are
+// given up by the owner when it frees into them, in trim() or when it ends.
+// A thread that ends seals all its slabs.
 //
-// Sizes above kMaxBlock go to ::operator new. In builds with AddressSanitizer,
-// or with XMLTREE_NO_SMALL_OBJECT_POOL defined, every request goes to
-// ::operator new so that the sanitizer sees each use after free and leak.
+// Memory after the trees are gone: empty slabs are kept for the next tree, up
+// to 1 MB per thread and 16 MB shared, and the rest go back to malloc. trim()
+// gives back the spares too and asks malloc to return free memory to the
+// system.
+//
+// Sanitizers: under AddressSanitizer free blocks and the uncarved rest of each
+// slab are poisoned, so a use after free of a pooled object is reported. The
+// pool points to slabs holding blocks in use only by window number, or as
+// the slab a live thread is carving, so LeakSanitizer reports a slab whose
+// every block is leaked (as a leak of the slab, with the stack of the
+// allocation that made it) once its thread has moved on or ended; a leaked
+// block sharing its slab with reachable ones goes unseen. Defining
+// XMLTREE_NO_SMALL_OBJECT_POOL (CMake: -DXMLTREE_SMALL_OBJECT_POOL=OFF) sends
+// every request to ::operator new for per-object reports. Sizes above
+// kMaxBlock always go there.
 class SmallObjectPool {
   public:
     static constexpr std::size_t kMaxBlock = 256;
@@ -44,14 +56,12 @@ class SmallObjectPool {
     // Bytes of slab spent on an object of n bytes (n itself when disabled or
     // above kMaxBlock).
     static std::size_t blockBytes(std::size_t n) noexcept;
-    // Gives back to malloc the slabs whose blocks are all free on this
-    // thread's lists or on the shared list.
+    // Gives back to malloc the empty slabs of the calling thread and the
+    // shared spares, then asks malloc to return free memory to the system.
     static void trim() noexcept;
 
-    // Figures for tests and benchmarks.
+    // Slabs taken from malloc and not given back (for tests and benchmarks).
     static std::size_t slabCount() noexcept;
-    // Bytes on the calling thread's free lists.
-    static std::size_t threadFreeBytes() noexcept;
 
     // Makes slab allocation fail after `slabs` more slabs (negative: never),
     // so that running out of memory can be tested.

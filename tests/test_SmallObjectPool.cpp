@@ -2,17 +2,28 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <new>
+#include <random>
+#include <set>
+#include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
-#include "foundation/AttributeSet.h"
-#include "foundation/ExtPtrArray.h"
 #include "foundation/SmallObjectPool.h"
 #include "foundation/StringBuffer.h"
+#include "tests/TestSupport.h"
 #include "xmltree/TreeNode.h"
+
+#if defined(__SANITIZE_ADDRESS__)
+#define POOL_TEST_ASAN 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define POOL_TEST_ASAN 1
+#endif
+#endif
 
 namespace {
 
@@ -37,11 +48,34 @@ bool intact(const Block& b) {
 }
 
 Block take(size_t n) {
-    return {static_cast<unsigned char*>(SmallObjectPool::allocateOrThrow(n)), n};
+    Block b{static_cast<unsigned char*>(SmallObjectPool::allocateOrThrow(n)), n};
+    fill(b);
+    return b;
 }
 
 void give(const Block& b) {
     SmallObjectPool::deallocate(b.p, b.n);
+}
+
+// Mixed sizes, so that each slab holds blocks of many classes.
+std::vector<Block> takeMany(int count) {
+    std::vector<Block> blocks;
+    for (int i = 0; i < count; ++i)
+        blocks.push_back(take(8 + static_cast<size_t>(i) * 37 % 249));
+    return blocks;
+}
+
+size_t slabsUnder(const std::vector<Block>& blocks) {
+    std::set<uintptr_t> windows;
+    for (const Block& b : blocks)
+        windows.insert(reinterpret_cast<uintptr_t>(b.p) / SmallObjectPool::kSlabBytes);
+    return windows.size();
+}
+
+// Runs `body` on a thread of its own, whose slabs are then its own to count.
+template <class Body>
+void onFreshThread(Body body) {
+    std::thread(body).join();
 }
 
 // Blocks of every size, written in full, must neither overlap nor be
@@ -49,9 +83,8 @@ void give(const Block& b) {
 TEST(SmallObjectPool, EverySizeGetsItsOwnAlignedBlock) {
     std::vector<Block> blocks;
     for (int round = 0; round < 40; ++round) {
-        for (size_t n = 1; n <= SmallObjectPool::kMaxBlock + 40; n += 1 + round % 7) {
+        for (size_t n = 1; n <= SmallObjectPool::kMaxBlock + 40; n += 1 + static_cast<size_t>(round % 7)) {
             blocks.push_back(take(n));
-            fill(blocks.back());
             const uintptr_t a = reinterpret_cast<uintptr_t>(blocks.back().p);
             EXPECT_EQ(a % 8, 0u) << n;
             if (n % 16 == 0) {
@@ -70,19 +103,31 @@ TEST(SmallObjectPool, EverySizeGetsItsOwnAlignedBlock) {
         give(b);
 }
 
+// A freed block is the next one handed out in its class, also when its slab
+// was already full (the owner takes such a slab back on the free).
 TEST(SmallObjectPool, FreedBlocksAreReusedWithinTheirClass) {
     REQUIRE_POOL();
     EXPECT_EQ(SmallObjectPool::blockBytes(88), 88u);
     EXPECT_EQ(SmallObjectPool::blockBytes(81), 88u);
     EXPECT_EQ(SmallObjectPool::blockBytes(1000), 1000u);
-    Block a = take(88);
-    give(a);
-    Block b = take(81);  // same class as 88
-    EXPECT_EQ(a.p, b.p);
-    Block c = take(96);  // another class: not b's block
-    EXPECT_NE(b.p, c.p);
-    give(b);
-    give(c);
+    onFreshThread([] {
+        std::vector<Block> blocks;
+        for (int i = 0; i < 3000; ++i)  // some four slabs
+            blocks.push_back(take(88));
+        for (size_t i : {size_t{5}, blocks.size() - 1}) {  // a full slab, the one being carved
+            give(blocks[i]);
+            Block again = take(81);  // same class as 88
+            EXPECT_EQ(again.p, blocks[i].p);
+            Block other = take(96);  // another class: not that block
+            EXPECT_NE(other.p, blocks[i].p);
+            give(other);
+            blocks[i] = again;
+        }
+        for (const Block& b : blocks) {
+            EXPECT_TRUE(intact(b));
+            give(b);
+        }
+    });
 }
 
 // Interleaved frees and allocations of mixed sizes keep every live block
@@ -94,7 +139,6 @@ TEST(SmallObjectPool, ChurnKeepsLiveBlocksIntact) {
     for (int step = 0; step < 200000; ++step) {
         if (live.empty() || next() % 3 != 0) {
             live.push_back(take(8 + next() % 200));
-            fill(live.back());
         } else {
             size_t i = next() % live.size();
             ASSERT_TRUE(intact(live[i]));
@@ -109,178 +153,126 @@ TEST(SmallObjectPool, ChurnKeepsLiveBlocksIntact) {
     }
 }
 
-// Blocks made on one thread and freed on another become the freeing
-// thread's; when that thread ends they pass to whoever asks next.
-TEST(SmallObjectPool, BlocksMoveBetweenThreads) {
+// A slab goes the moment its last block is freed, whatever the order of the
+// frees; blocks still in use keep exactly their slabs. Without trim() the
+// empty slabs kept for reuse stay bounded (16 + 256); trim() gives them back.
+TEST(SmallObjectPool, SlabsGoWhenTheirLastBlockIsFreed) {
     REQUIRE_POOL();
-    const int kCount = 15000;  // 720 KB: the freer does not sweep them away
-    std::vector<Block> made;
-    std::thread maker([&] {
-        for (int i = 0; i < kCount; ++i) {
-            made.push_back(take(48));
-            fill(made.back());
-        }
-    });
-    maker.join();
-    std::vector<void*> reused;
-    std::thread freer([&] {
-        for (const Block& b : made) {
-            ASSERT_TRUE(intact(b));
-            give(b);
-        }
-        EXPECT_GE(SmallObjectPool::threadFreeBytes(), kCount * 48u);
-        for (int i = 0; i < 10; ++i)
-            reused.push_back(SmallObjectPool::allocateOrThrow(48));
-        for (void* p : reused)
-            SmallObjectPool::deallocate(p, 48);
-    });
-    freer.join();
-    std::vector<void*> madeAddrs;
-    for (const Block& b : made)
-        madeAddrs.push_back(b.p);
-    std::sort(madeAddrs.begin(), madeAddrs.end());
-    for (void* p : reused)
-        EXPECT_TRUE(std::binary_search(madeAddrs.begin(), madeAddrs.end(), p));
-
-    // The freer has ended: its blocks are on the shared list now (or their
-    // slabs went back to malloc); either way a third thread must get sound memory.
-    std::thread third([&] {
-        std::vector<Block> again;
-        for (int i = 0; i < kCount; ++i) {
-            again.push_back(take(48));
-            fill(again.back());
-        }
-        for (const Block& b : again) {
-            ASSERT_TRUE(intact(b));
-            give(b);
-        }
-    });
-    third.join();
-}
-
-TEST(SmallObjectPool, TrimReturnsWholeFreeSlabs) {
-    REQUIRE_POOL();
-    std::thread worker([] {
-        SmallObjectPool::trim();
-        const size_t before = SmallObjectPool::slabCount();
-        std::vector<Block> blocks;
-        for (int i = 0; i < 20000; ++i)
-            blocks.push_back(take(i % 2 ? 88 : 48));  // about 20 slabs
-        EXPECT_GE(SmallObjectPool::slabCount(), before + 15);
-        // Keep one block alive: its slab has to stay.
-        Block kept = blocks[10000];
-        fill(kept);
-        blocks.erase(blocks.begin() + 10000);
-        for (const Block& b : blocks)
-            give(b);
-        SmallObjectPool::trim();
-        EXPECT_LE(SmallObjectPool::slabCount(), before + 2);
-        EXPECT_TRUE(intact(kept));
-        give(kept);
-        // Memory handed back is not on the lists any more: new blocks are sound.
-        for (int i = 0; i < 1000; ++i) {
-            blocks[i] = take(88);
-            fill(blocks[i]);
-        }
-        for (int i = 0; i < 1000; ++i) {
-            EXPECT_TRUE(intact(blocks[i]));
-            give(blocks[i]);
-        }
-    });
-    worker.join();
-}
-
-// Many trees built and dropped on a thread must not pile up slabs: the
-// thread sweeps once its free lists grow past a few megabytes.
-TEST(SmallObjectPool, FreedMemoryStaysBounded) {
-    REQUIRE_POOL();
-    std::thread worker([] {
-        for (int round = 0; round < 24; ++round) {
-            std::vector<Block> blocks;
-            // Each round uses a size class of its own, so nothing is reused
-            // across rounds; only sweeping can keep the slab count down.
-            const size_t n = 8 + 8 * static_cast<size_t>(round);
-            for (int i = 0; i < 20000; ++i)
-                blocks.push_back(take(n));
+    struct Order {
+        const char* name;
+        bool shuffle;
+        bool reverse;
+    };
+    for (const Order& order : {Order{"in order", false, false}, Order{"reversed", false, true},
+                               Order{"shuffled", true, false}}) {
+        SCOPED_TRACE(order.name);
+        onFreshThread([&order] {
+            SmallObjectPool::trim();
+            const size_t base = SmallObjectPool::slabCount();
+            std::vector<Block> blocks = takeMany(300000);  // about 600 slabs
+            const size_t made = SmallObjectPool::slabCount() - base;
+            EXPECT_GE(made, 550u);
+            std::vector<Block> kept;
+            for (size_t i = 0; i < blocks.size(); i += 5000) {  // one in about ten slabs
+                kept.push_back(blocks[i]);
+                blocks[i].p = nullptr;
+            }
+            if (order.shuffle) std::shuffle(blocks.begin(), blocks.end(), std::mt19937(7));
+            if (order.reverse) std::reverse(blocks.begin(), blocks.end());
             for (const Block& b : blocks)
+                if (b.p) give(b);
+            const size_t held = slabsUnder(kept);
+            EXPECT_LE(SmallObjectPool::slabCount(), base + held + 1 + 16 + 256);
+            SmallObjectPool::trim();
+            EXPECT_GE(SmallObjectPool::slabCount(), base + held);
+            EXPECT_LE(SmallObjectPool::slabCount(), base + held + 1);
+            // What was given back is not handed out again: new blocks are sound.
+            std::vector<Block> fresh = takeMany(20000);
+            for (const Block& b : kept) {
+                EXPECT_TRUE(intact(b));
                 give(b);
-        }
-        // 24 rounds of up to 3.8 MB each: kept whole that would be over 700
-        // slabs, while the sweep threshold holds a few hundred at most.
-        EXPECT_LT(SmallObjectPool::threadFreeBytes(), 16u << 20);
-    });
-    worker.join();
-    EXPECT_LT(SmallObjectPool::slabCount(), 400u);
+            }
+            for (const Block& b : fresh) {
+                EXPECT_TRUE(intact(b));
+                give(b);
+            }
+            SmallObjectPool::trim();
+            EXPECT_LE(SmallObjectPool::slabCount(), base + 1);
+        });
+    }
 }
 
-// Whole free slabs are kept for the next tree up to a bound (16 MB), the
-// rest go back to malloc; trim() gives back the kept ones too.
-TEST(SmallObjectPool, SparesAreBoundedAndReused) {
+// A tree whose children were put in random order, as a sort leaves them:
+// once deleted and trimmed, the memory is back where it started. Half the
+// children are parsed on another thread, whose slabs lie far from this
+// thread's, so ordering them for freeing takes several radix passes.
+TEST(SmallObjectPool, SortedTreeGivesItsMemoryBack) {
     REQUIRE_POOL();
-    std::thread worker([] {
-        SmallObjectPool::trim();
-        const size_t before = SmallObjectPool::slabCount();
-        std::vector<Block> blocks;
-        for (int i = 0; i < 200000; ++i)  // 40 MB
-            blocks.push_back(take(200));
-        EXPECT_GE(SmallObjectPool::slabCount(), before + 600);
-        for (const Block& b : blocks)
-            give(b);
-        const size_t kept = SmallObjectPool::slabCount();
-        EXPECT_LE(kept, before + 256 + 20);
-        for (int i = 0; i < 50000; ++i)  // 10 MB, from the spares
-            blocks[i] = take(200);
-        EXPECT_LE(SmallObjectPool::slabCount(), kept + 1);
-        for (int i = 0; i < 50000; ++i)
-            give(blocks[i]);
-        SmallObjectPool::trim();
-        EXPECT_LE(SmallObjectPool::slabCount(), before + 1);
-    });
-    worker.join();
+    SmallObjectPool::trim();
+    const size_t base = SmallObjectPool::slabCount();
+    constexpr int kHalf = 30000;
+    TreeNode* root = nullptr;
+    std::thread([&root] {
+        std::string text = "<r>";
+        for (int i = 0; i < kHalf; ++i)
+            text += "<e a=\"" + std::to_string(i) + "\">item " + std::to_string(i) + "</e>";
+        root = parseText(text + "</r>");
+    }).join();
+    ASSERT_NE(root, nullptr);
+    for (int i = kHalf; i < 2 * kHalf; ++i) {
+        const std::string n = std::to_string(i);
+        TreeNode::createNode2(root, "e", ("item " + n).c_str())->addAttribute("a", n.c_str());
+    }
+    EXPECT_GT(SmallObjectPool::slabCount(), base + 50);
+    root->sortByContent(1, false);
+    root->deleteTree();
+    SmallObjectPool::trim();
+    EXPECT_LE(SmallObjectPool::slabCount(), base + 1);
 }
 
-// Sweeps that find whole slabs among partly used ones, over lists too long
-// for a sweep's notes: the slabs of live blocks stay, their blocks stay
-// intact, and no block of a slab given back stays on the lists.
-TEST(SmallObjectPool, SweepsKeepSlabsOfLiveBlocks) {
+// Blocks of one thread freed on another: while the first frees into the same
+// slabs and takes blocks again (none the other still has may come back), or
+// after it has ended. Either way every slab comes back.
+TEST(SmallObjectPool, BlocksFreedOnOtherThreadsComeBack) {
     REQUIRE_POOL();
-    std::thread worker([] {
-        SmallObjectPool::trim();
-        const size_t before = SmallObjectPool::slabCount();
-        std::vector<Block> blocks;
-        for (int i = 0; i < 40000; ++i)
-            blocks.push_back(take(24));
-        for (int i = 0; i < 200000; ++i)
-            blocks.push_back(take(200));
-        // One live 200-byte block in about every fourth slab of them: the
-        // others go, past the spares, back to malloc while these stay.
-        std::vector<Block> live;
-        for (size_t i = 40000; i < blocks.size(); i += 1300) {
-            live.push_back(blocks[i]);
-            fill(live.back());
-            blocks[i].p = nullptr;
-        }
-        for (const Block& b : blocks)
-            if (b.p) give(b);
-        SmallObjectPool::trim();
-        const size_t held = SmallObjectPool::slabCount() - before;
-        EXPECT_GE(held, live.size());
-        EXPECT_LE(held, live.size() + 2);
-        EXPECT_LE(SmallObjectPool::threadFreeBytes(), held * SmallObjectPool::kSlabBytes);
-        for (const Block& b : live) {
+    auto freeAll = [](const std::vector<Block>& blocks) {
+        for (const Block& b : blocks) {
             EXPECT_TRUE(intact(b));
             give(b);
         }
+    };
+    SmallObjectPool::trim();
+    const size_t base = SmallObjectPool::slabCount();
+    std::thread owner([&] {
+        std::vector<Block> blocks = takeMany(200000);
+        std::shuffle(blocks.begin(), blocks.end(), std::mt19937(3));
+        std::vector<Block> mine(blocks.begin(), blocks.begin() + 100000);
+        std::vector<Block> theirs(blocks.begin() + 100000, blocks.end());
+        std::thread other([&] { freeAll(theirs); });
+        std::vector<Block> again;
+        for (const Block& b : mine) {
+            EXPECT_TRUE(intact(b));
+            give(b);
+            if (again.size() < 50000) again.push_back(take(b.n));
+        }
+        other.join();
+        freeAll(again);
         SmallObjectPool::trim();
-        EXPECT_LE(SmallObjectPool::slabCount(), before + 1);
-        EXPECT_LE(SmallObjectPool::threadFreeBytes(), SmallObjectPool::kSlabBytes);
+        EXPECT_LE(SmallObjectPool::slabCount(), base + 1);
     });
-    worker.join();
+    owner.join();
+
+    std::vector<Block> orphans;
+    std::thread([&] { orphans = takeMany(200000); }).join();
+    std::shuffle(orphans.begin(), orphans.end(), std::mt19937(5));
+    std::thread([&] { freeAll(orphans); }).join();
+    SmallObjectPool::trim();
+    EXPECT_LE(SmallObjectPool::slabCount(), base);
 }
 
 TEST(SmallObjectPool, RunningOutOfSlabs) {
     REQUIRE_POOL();
-    std::thread worker([] {
+    onFreshThread([] {
         SmallObjectPool::limitSlabsForTesting(0);
         std::vector<std::pair<void*, size_t>> got;
         void* p = nullptr;
@@ -305,7 +297,38 @@ TEST(SmallObjectPool, RunningOutOfSlabs) {
         for (const auto& q : got)
             SmallObjectPool::deallocate(q.first, q.second);
     });
-    worker.join();
 }
+
+#ifdef POOL_TEST_ASAN
+// With the pool on under AddressSanitizer, a freed pooled object is poisoned
+// and a tree nothing points to any more is reported as a leak.
+TEST(SmallObjectPoolDeathTest, UseAfterFreeIsReported) {
+    REQUIRE_POOL();
+    EXPECT_DEATH(
+        {
+            StringBuffer* sb = new StringBuffer("some text");
+            delete sb;
+            std::printf("%d\n", *reinterpret_cast<volatile int*>(sb));
+        },
+        "use-after-poison");
+}
+
+TEST(SmallObjectPoolDeathTest, LeakedTreeIsReported) {
+    REQUIRE_POOL();
+    const char* options = std::getenv("ASAN_OPTIONS");
+    if (options && std::strstr(options, "detect_leaks=0")) GTEST_SKIP() << "leak checks are off";
+    EXPECT_EXIT(
+        {
+            // Made on a thread of its own, so that no slab of it holds anything else.
+            std::thread([] {
+                TreeNode* root = TreeNode::createRoot("leaked");
+                TreeNode::createNode2(root, "child", "content long enough for a block of its own");
+            }).join();
+            std::exit(0);
+        },
+        [](int status) { return !WIFEXITED(status) || WEXITSTATUS(status) != 0; },
+        "LeakSanitizer: detected memory leaks");
+}
+#endif
 
 }  // namespace

@@ -1,15 +1,19 @@
 // The library's thread guarantees: one tree is used by one thread at a time,
-// and different trees may be used on any threads at once. The two pieces of
-// process-wide state behind that are the tree-id counter, which must hand out
-// each id once however many threads make trees, and the keys of the keyed
-// sorts, which each thread must see as its own.
+// and different trees may be used on any threads at once. The process-wide
+// state behind that is the tree-id counter, which must hand out each id once
+// however many threads make trees, the keys of the keyed sorts, which each
+// thread must see as its own, and the small-object pool, which must take
+// memory back on whatever thread a tree is edited or destroyed.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
+#include <condition_variable>
 #include <cstdio>
 #include <cstring>
+#include <deque>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -92,56 +96,105 @@ TEST(ThreadSafety, TreesOnFourThreadsGetDistinctIds) {
         EXPECT_TRUE(std::is_sorted(ids[t].begin(), ids[t].end()));
 }
 
-TEST(ThreadSafety, TreesBuiltOnOneThreadAreDestroyedOnAnother) {
-    // Handing a whole tree to another thread is allowed; the memory of its
-    // nodes must go back wherever it is freed.
-    constexpr int kTrees = 300;
-    std::vector<std::vector<TreeNode*>> made(kThreads);
-    std::vector<std::thread> builders;
-    for (int t = 0; t < kThreads; ++t) {
-        builders.emplace_back([t, &made] {
-            for (int i = 0; i < kTrees; ++i) {
-                // Long enough that the content leaves the node for a block of its own.
-                std::string doc = "<r n=\"" + std::to_string(t * kTrees + i) +
-                                  "\"><a>some content longer than the inline room</a><b/></r>";
-                TreeNode* root = nullptr;
-                TreeNode::customParseStringN(doc.data(), static_cast<int>(doc.size()), nullptr,
-                                             &root, true);
-                made[t].push_back(root);
-            }
-        });
+// Trees handed from thread to thread through a queue.
+class TreeQueue {
+  public:
+    void push(TreeNode* tree) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        trees_.push_back(tree);
+        ready_.notify_one();
     }
-    for (std::thread& th : builders)
-        th.join();
+    // Null once the queue is closed and empty.
+    TreeNode* pop() {
+        std::unique_lock<std::mutex> lock(mutex_);
+        ready_.wait(lock, [this] { return !trees_.empty() || closed_; });
+        if (trees_.empty()) return nullptr;
+        TreeNode* tree = trees_.front();
+        trees_.pop_front();
+        return tree;
+    }
+    void close() {
+        std::lock_guard<std::mutex> lock(mutex_);
+        closed_ = true;
+        ready_.notify_all();
+    }
 
-    int wrong[kThreads] = {};
-    std::vector<std::thread> destroyers;
-    for (int t = 0; t < kThreads; ++t) {
-        // Each thread takes the trees another thread built.
-        destroyers.emplace_back([t, &made, &wrong] {
-            int from = (t + 1) % kThreads;
-            for (int i = 0; i < kTrees; ++i) {
-                TreeNode* root = made[from][i];
-                StringBuffer n;
-                if (!root || !root->getAttributeValue("n", n) ||
-                    n.intValue() != from * kTrees + i || root->getNumChildren() != 2) {
-                    ++wrong[t];
-                }
-                if (!root) continue;
-                TreeNode::createNode2(root, "c", "added here");  // allocate on this thread too
-                root->deleteTree();
+  private:
+    std::mutex mutex_;
+    std::condition_variable ready_;
+    std::deque<TreeNode*> trees_;
+    bool closed_ = false;
+};
+
+// A pipeline: two threads parse trees, two edit them (nodes added, content
+// replaced, a subtree detached and destroyed there) and destroy half, one
+// writes and destroys the rest. The parsers go on allocating in the slabs
+// whose blocks the others free; every tree must come out as built.
+TEST(ThreadSafety, TreesPassBetweenThreadsWhileOthersBuild) {
+    constexpr int kParsers = 2, kEditors = 2, kTrees = 5000;
+    TreeQueue parsed, edited;
+    std::atomic<int> wrong{0}, editorsLeft{kEditors};
+    auto parser = [&](int t) {
+        for (int i = 0; i < kTrees; ++i) {
+            const std::string doc = "<r n=\"" + std::to_string(t * kTrees + i) +
+                                    "\"><a>some content longer than the inline room</a><b/>"
+                                    "<c><d>x</d><d>y</d></c></r>";
+            TreeNode* root = nullptr;
+            TreeNode::customParseStringN(doc.data(), static_cast<int>(doc.size()), nullptr, &root,
+                                         true);
+            if (root) {
+                parsed.push(root);
+            } else {
+                ++wrong;
             }
-        });
-    }
-    for (std::thread& th : destroyers)
+        }
+    };
+    auto editor = [&] {
+        while (TreeNode* root = parsed.pop()) {
+            StringBuffer n;
+            if (!root->getAttributeValue("n", n) || root->getNumChildren() != 3) ++wrong;
+            TreeNode::createNode2(root, "e", "added on the editing thread");
+            root->getChild(0)->setContentUtf8("replaced here, long enough to leave the node");
+            root->incTreeRefCount();  // held, or detaching would destroy the rest
+            TreeNode* c = root->getChild(2);
+            c->removeFromTree();
+            root->decTreeRefCount();
+            if (c->getNumChildren() != 2) ++wrong;
+            c->deleteTree();
+            if (n.intValue() % 2) {
+                root->deleteTree();
+            } else {
+                edited.push(root);
+            }
+        }
+        if (--editorsLeft == 0) edited.close();
+    };
+    auto writer = [&] {
+        while (TreeNode* root = edited.pop()) {
+            StringBuffer n, out;
+            root->getAttributeValue("n", n);
+            root->createXML(out, 0, 0, true);
+            const std::string want = "\r\n<r n=\"" + std::string(n.getString()) +
+                                     "\">\r\n    <a>replaced here, long enough to leave the "
+                                     "node</a>\r\n    <b />\r\n    <e>added on the editing "
+                                     "thread</e>\r\n</r>\r\n";
+            if (want != out.getString()) ++wrong;
+            root->deleteTree();
+        }
+    };
+    std::vector<std::thread> parsers, editors;
+    for (int t = 0; t < kParsers; ++t)
+        parsers.emplace_back(parser, t);
+    for (int t = 0; t < kEditors; ++t)
+        editors.emplace_back(editor);
+    std::thread writing(writer);
+    for (std::thread& th : parsers)
         th.join();
-    for (int t = 0; t < kThreads; ++t)
-        EXPECT_EQ(wrong[t], 0) << "thread " << t;
-    // The builders have ended: their memory still serves this thread.
-    TreeNode* again = TreeNode::createRoot("again");
-    ASSERT_NE(again, nullptr);
-    EXPECT_STREQ(again->getTag(), "again");
-    again->deleteTree();
+    parsed.close();
+    for (std::thread& th : editors)
+        th.join();
+    writing.join();
+    EXPECT_EQ(wrong.load(), 0);
 }
 
 // Children that each carry kThreads keys, as attributes k0..k3 and as record

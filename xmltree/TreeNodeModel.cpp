@@ -1,7 +1,12 @@
 // Node and tree record lifetime: construction, destruction, roots, tags and
 // tree references.
 
+#include <algorithm>
 #include <atomic>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
 #include <new>
 
 #include "foundation/SmallObjectPool.h"
@@ -21,16 +26,10 @@ std::atomic<int> NextTreeID{100};
 thread_local ExtPtrArray* tnDestroyTop = nullptr;
 thread_local bool tnDraining = false;
 
-// Keeps the live children of `kids` in reverse index order, so that popping
-// from the end yields index order; returns how many there are.
-int keepLiveReversed(ExtPtrArray& kids) {
+// Keeps the live children of `kids`, in index order; returns how many there are.
+int keepLive(ExtPtrArray& kids) {
     void** items = kids.getItems();
     const int n = kids.getSize();
-    for (int i = 0, j = n - 1; i < j; ++i, --j) {
-        void* t = items[i];
-        items[i] = items[j];
-        items[j] = t;
-    }
     int live = 0;
     for (int i = 0; i < n; ++i) {
         TreeNode* c = static_cast<TreeNode*>(items[i]);
@@ -41,13 +40,79 @@ int keepLiveReversed(ExtPtrArray& kids) {
     return live;
 }
 
+void reverseInPlace(ExtPtrArray& kids) {
+    void** items = kids.getItems();
+    for (int i = 0, j = kids.getSize() - 1; i < j; ++i, --j) {
+        void* t = items[i];
+        items[i] = items[j];
+        items[j] = t;
+    }
+}
+
+// Children that a sort or shuffle left in random address order cost a cache
+// miss each when destroyed in index order; a million of them took ten times
+// as long as in the order they were made. From this many children on, an
+// array out of address order is destroyed in address order, which the
+// hardware streams like the order of making.
+constexpr int kOrderFreesFrom = 4096;
+constexpr unsigned kLineShift = 6;  // order within a cache line does not matter
+constexpr unsigned kDigitBits = 11;
+
+// Sorts the children by address, the highest first so that popping yields
+// ascending addresses: a radix sort with a pass per 11 bits of the span of
+// cache lines (two passes for trees up to 256 MB). False (nothing done) when
+// the array is in address order already or no scratch memory is to be had.
+bool orderForFreeing(ExtPtrArray& kids) {
+    const int n = kids.getSize();
+    void** items = kids.getItems();
+    if (n < kOrderFreesFrom) return false;
+    std::uintptr_t lo = UINTPTR_MAX, hi = 0;
+    bool ascending = true;
+    for (int i = 0; i < n; ++i) {
+        const std::uintptr_t line = reinterpret_cast<std::uintptr_t>(items[i]) >> kLineShift;
+        ascending = ascending && line >= hi;
+        lo = std::min(lo, line);
+        hi = std::max(hi, line);
+    }
+    if (ascending) return false;
+    const auto count = static_cast<std::size_t>(n);
+    void** scratch = static_cast<void**>(std::malloc(count * sizeof(void*)));
+    if (!scratch) return false;
+    void** from = items;
+    void** to = scratch;
+    std::size_t bucket[std::size_t{1} << kDigitBits];
+    const std::uintptr_t mask = (std::uintptr_t{1} << kDigitBits) - 1;
+    for (unsigned shift = 0; shift == 0 || ((hi - lo) >> shift) != 0; shift += kDigitBits) {
+        std::fill(std::begin(bucket), std::end(bucket), std::size_t{0});
+        auto digit = [&](void* p) {
+            return static_cast<std::size_t>(
+                ((hi - (reinterpret_cast<std::uintptr_t>(p) >> kLineShift)) >> shift) & mask);
+        };
+        for (std::size_t i = 0; i < count; ++i)
+            ++bucket[digit(from[i])];
+        std::size_t start = 0;
+        for (std::size_t& b : bucket) {
+            const std::size_t here = b;
+            b = start;
+            start += here;
+        }
+        for (std::size_t i = 0; i < count; ++i)
+            to[bucket[digit(from[i])]++] = from[i];
+        std::swap(from, to);
+    }
+    if (from != items) std::memcpy(items, from, count * sizeof(void*));
+    std::free(scratch);
+    return true;
+}
+
 }  // namespace
 
 // Destroys the children in `kids` (which their dying parent no longer holds)
 // and their subtrees, in the order of plain recursion: each child's whole
-// destructor runs before its own children go. Without recursion, so that
-// depth costs no stack, and without allocating, so that a tree can be
-// destroyed when memory has run out.
+// destructor runs before its own children go (large arrays out of address
+// order go in address order instead, see orderForFreeing). Without
+// recursion, so that depth costs no stack, and without needing memory, so
+// that a tree can be destroyed when memory has run out.
 //
 // A nested ~TreeNode pushes its array on a stack and returns; the outermost
 // one drains the stack. The stack needs no memory of its own: the link from
@@ -55,10 +120,12 @@ int keepLiveReversed(ExtPtrArray& kids) {
 // element that is popped last (a dying node's children have no use for their
 // parent link any more), and read back just before that element goes.
 void TreeNodeLinks::destroyChildren(ExtPtrArray* kids) {
-    if (keepLiveReversed(*kids) == 0) {
+    if (keepLive(*kids) == 0) {
         delete kids;
         return;
     }
+    // Popping from the end must yield the order of destruction.
+    if (!orderForFreeing(*kids)) reverseInPlace(*kids);
     TreeNode* last = static_cast<TreeNode*>(kids->getItems()[0]);
     last->parent = reinterpret_cast<TreeNode*>(tnDestroyTop);
     tnDestroyTop = kids;

@@ -1,5 +1,6 @@
-// compare: parse speed, write speed and heap held per element of xmltree
-// against pugixml, tinyxml2 and libxml2, all measured in one process.
+// compare: parse speed, parse-and-free speed, write speed and heap held per
+// element of xmltree against pugixml, tinyxml2 and libxml2, all measured in
+// one process.
 //
 // How to run it (Release build, on an otherwise idle machine):
 //   bench/run_compare.sh                       corpus files + 30 MB generated records
@@ -17,12 +18,16 @@
 // first, so that no library is timed on pages just handed back by another. In each round the libraries take turns (ours, pugixml,
 // tinyxml2, libxml2), so that drift in the machine's speed hits all alike;
 // the figure kept is the median over rounds (default 7; 11 for files under
-// 1 MB). Freeing trees and output buffers happens outside the timed region.
+// 1 MB). Freeing trees and output buffers happens outside the timed region,
+// except in the parse + free column.
 //   parse: from an in-memory copy of the file; ours customParseStringN with
 //          whitespace trimming on, pugixml load_buffer, tinyxml2 Parse,
 //          libxml2 xmlReadMemory with default options. When libxml2 rejects a
 //          file (it is strict about well-formedness), its figures come from
 //          XML_PARSE_RECOVER and carry a '*'.
+//   parse + free: the same parse followed by destroying the tree; ours
+//          deleteTree, pugixml and tinyxml2 deleting the document, libxml2
+//          xmlFreeDoc.
 //   write: indented output into a fresh growable buffer; ours createXML into a
 //          StringBuffer, pugixml save through a writer into a std::string,
 //          tinyxml2 XMLPrinter, libxml2 xmlDocDumpFormatMemory.
@@ -327,6 +332,23 @@ double timeParse(Lib& lib, const std::string& data, double minTime) {
     return timed / runs;
 }
 
+// Mean seconds of one parse followed by freeing the tree, timed together,
+// repeated for at least minTime after one untimed run.
+double timeParseFree(Lib& lib, const std::string& data, double minTime) {
+    lib.parse(data.data(), data.size());
+    lib.releaseTree();
+    int runs = 0;
+    double start = cpuNow();
+    double now = start;
+    do {
+        lib.parse(data.data(), data.size());
+        lib.releaseTree();
+        ++runs;
+        now = cpuNow();
+    } while (now - start < minTime);
+    return (now - start) / runs;
+}
+
 // Mean seconds of writing the whole tree, repeated for at least minTime.
 double timeWrite(Lib& lib, const std::string& data, double minTime) {
     if (!lib.parse(data.data(), data.size())) {
@@ -356,6 +378,7 @@ struct Figures {
     size_t allocCalls = 0;
     size_t outputBytes = 0;
     double parseSec = 0;
+    double parseFreeSec = 0;
     double writeSec = 0;
     std::string mark;
 };
@@ -497,10 +520,16 @@ FileResult measureFile(const std::string& path, std::vector<std::unique_ptr<Lib>
         }
     }
     int rounds = settings.rounds ? settings.rounds : (data.size() < 1000000 ? 11 : 7);
-    std::vector<std::vector<double>> parse(libs.size()), write(libs.size());
+    std::vector<std::vector<double>> parse(libs.size()), parseFree(libs.size()),
+        write(libs.size());
     for (int round = 0; round < rounds; ++round) {
         for (size_t i = 0; i < libs.size(); ++i) {
             parse[i].push_back(timeParse(*libs[i], data, settings.minTime));
+        }
+        for (size_t i = 0; i < libs.size(); ++i) {
+            if (r.libs[i].parsed) {
+                parseFree[i].push_back(timeParseFree(*libs[i], data, settings.minTime));
+            }
         }
         for (size_t i = 0; i < libs.size(); ++i) {
             if (r.libs[i].parsed) write[i].push_back(timeWrite(*libs[i], data, settings.minTime));
@@ -508,13 +537,14 @@ FileResult measureFile(const std::string& path, std::vector<std::unique_ptr<Lib>
     }
     for (size_t i = 0; i < libs.size(); ++i) {
         r.libs[i].parseSec = r.libs[i].parsed ? median(parse[i]) : 0;
+        r.libs[i].parseFreeSec = median(parseFree[i]);
         r.libs[i].writeSec = median(write[i]);
     }
     std::printf("%s: %zu bytes, %d rounds\n", r.name.c_str(), r.bytes, rounds);
-    std::printf("  %-9s %9s %9s %10s %9s %9s %10s\n", "library", "parse", "write", "written",
-                "elements", "heap", "mallocs");
-    std::printf("  %-9s %9s %9s %10s %9s %9s %10s\n", "", "MB/s", "MB/s", "bytes", "", "B/elem",
-                "per elem");
+    std::printf("  %-9s %9s %9s %9s %10s %9s %9s %10s\n", "library", "parse", "p+free",
+                "write", "written", "elements", "heap", "mallocs");
+    std::printf("  %-9s %9s %9s %9s %10s %9s %9s %10s\n", "", "MB/s", "MB/s", "MB/s", "bytes", "",
+                "B/elem", "per elem");
     for (size_t i = 0; i < libs.size(); ++i) {
         const Figures& f = r.libs[i];
         double n = f.elements ? static_cast<double>(f.elements) : 1;
@@ -522,8 +552,9 @@ FileResult measureFile(const std::string& path, std::vector<std::unique_ptr<Lib>
             std::printf("  %-9s parse failed\n", libs[i]->name());
             continue;
         }
-        std::printf("  %-9s %9.1f %9.1f %10zu %9zu %9.1f %10.2f %s\n", libs[i]->name(),
-                    mbps(r.bytes, f.parseSec), mbps(f.outputBytes, f.writeSec), f.outputBytes,
+        std::printf("  %-9s %9.1f %9.1f %9.1f %10zu %9zu %9.1f %10.2f %s\n", libs[i]->name(),
+                    mbps(r.bytes, f.parseSec), mbps(r.bytes, f.parseFreeSec),
+                    mbps(f.outputBytes, f.writeSec), f.outputBytes,
                     f.elements, f.heapBytes / n, kAllocCountKnown ? f.allocCalls / n : 0.0,
                     f.mark.c_str());
     }
@@ -601,6 +632,9 @@ void printTarget(const char* what, const PugiSummary& s, double meanGoal, double
 double parseTime(const Figures& f) {
     return f.parsed ? f.parseSec : 0;
 }
+double parseFreeTime(const Figures& f) {
+    return f.parsed ? f.parseFreeSec : 0;
+}
 double writeTime(const Figures& f) {
     return f.parsed ? f.writeSec : 0;
 }
@@ -644,6 +678,7 @@ int main(int argc, char** argv) {
 
     PugiSummary parse =
         printRatios("parse time, xmltree / peer (below 1: ours faster)", results, libs, parseTime);
+    printRatios("parse + free time, xmltree / peer", results, libs, parseFreeTime);
     PugiSummary write = printRatios("write time, xmltree / peer", results, libs, writeTime);
     PugiSummary heap =
         printRatios("heap bytes per element, xmltree / peer", results, libs, heapPerElement);
