@@ -678,13 +678,16 @@ int main(int argc, char** argv) {
 
     PugiSummary parse =
         printRatios("parse time, xmltree / peer (below 1: ours faster)", results, libs, parseTime);
-    printRatios("parse + free time, xmltree / peer", results, libs, parseFreeTime);
+    PugiSummary parseFree =
+        printRatios("parse + free time, xmltree / peer", results, libs, parseFreeTime);
     PugiSummary write = printRatios("write time, xmltree / peer", results, libs, writeTime);
     PugiSummary heap =
         printRatios("heap bytes per element, xmltree / peer", results, libs, heapPerElement);
+    // The milestones on the way to pugixml's cost (1.0 on all is the aim).
     std::printf("\ntargets\n");
-    printTarget("parse", parse, 1.5, 2.5);
-    printTarget("write", write, 1.0, 0);
-    printTarget("heap", heap, 1.5, 0);
+    printTarget("parse", parse, 1.25, 2.5);
+    printTarget("p+free", parseFree, 1.5, 0);
+    printTarget("write", write, 0.7, 0);
+    printTarget("heap", heap, 1.15, 0);
     return 0;
 }
