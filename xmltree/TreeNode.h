@@ -267,6 +267,7 @@ public:
     TreeNode* getFirstChild();
     // The last child (borrowed); null when there is none.
     TreeNode* getLastChild();
+    // The number of children.
     int getNumChildren() const;
     // The previous child of the same parent; null for a first child or root.
     TreeNode* getPrevSibling();
@@ -328,7 +329,9 @@ public:
     bool getAttributePair(int index, StringBuffer& name, StringBuffer& value) const;
     // The name of attribute `index`; false when out of range.
     bool getAttributeName(int index, StringBuffer& out) const;
+    // The number of attributes.
     int getNumAttributes() const;
+    // Whether an attribute has exactly this name (not a pattern).
     bool hasAttribute(const char* name);
     // The attribute `name` has a value that matches the wildcard pattern,
     // case-sensitively.
