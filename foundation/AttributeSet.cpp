@@ -34,6 +34,9 @@ void freeBlock(char* p, uint32_t cap) {
 
 XMLTREE_SMALL_OBJECT_POOLED_DEFINE(AttributeSet)
 
+static_assert(sizeof(void*) != 8 || sizeof(AttributeSet) == 56,
+              "AttributeSet grew: most elements with attributes hold one");
+
 AttributeSet::AttributeSet()
     : m_block(m_inline), m_blockCap(kInlineBytes), m_arenaSize(0), m_count(0) {}
 
