@@ -3,8 +3,8 @@
 // of text. Each is parsed, written, searched, sorted where that means
 // something, and destroyed. Nothing on these paths may recurse per level or
 // go quadratic per sibling; a regression shows as a crash or a timeout here.
-// All tests are in the suite Extremes, so `--gtest_filter=-Extremes.*`
-// leaves them out.
+// All tests are in the suite Extremes, which CTest labels `slow`:
+// `ctest -LE slow` (or `--gtest_filter=-Extremes.*`) leaves them out.
 
 #include <gtest/gtest.h>
 
@@ -12,6 +12,7 @@
 #include <string>
 
 #include "tests/TestSupport.h"
+#include "xmltree/Tree.h"
 
 namespace {
 
@@ -83,7 +84,29 @@ TEST(Extremes, MillionDeepDocument) {
     EXPECT_EQ(root->getNumChildren(), 1);
     EXPECT_EQ(root->localRefcountSum(), 0);
     EXPECT_TRUE(root->verifyRefCounts());
+
+    int visited = 0;
+    xmltree::BreadthFirst walk(root);
+    for (TreeNode* n : walk) visited += n != nullptr;
+    EXPECT_EQ(visited, kMillion);
+    EXPECT_FALSE(walk.failed());
+
+    // Moving the lower half to another record and back, then splitting it off.
+    TreeNode* middle = root;
+    for (int i = 0; i < kMillion / 2; ++i) middle = middle->getFirstChild();
+    leaf->incTreeRefCount();
+    root->incTreeRefCount();
+    TreeInfo other;
+    middle->setInfoRecursive(&other);
+    EXPECT_EQ(leaf->getTreeInfo(), &other);
+    middle->setInfoRecursive(root->getTreeInfo());
+    EXPECT_EQ(root->localRefcountSum(), 2);
+    middle->removeFromTree();
+    EXPECT_EQ(leaf->getRoot(), middle);
+    EXPECT_TRUE(middle->verifyRefCounts());
+    EXPECT_TRUE(root->verifyRefCounts());
     root->deleteTree();
+    middle->deleteTree();
 }
 
 // Tags and contents in a scrambled order, so that the sorts have work.
@@ -140,6 +163,13 @@ TEST(Extremes, MillionSiblings) {
     expectOrdered(root, false, false);
     expectSiblingsFollowArray(root);
     EXPECT_EQ(root->getNumChildren(), kMillion);
+
+    TreeNode* last = root->getLastChild();
+    last->setContentUtf8("last one");
+    EXPECT_EQ(root->searchAllForMatchingNode(nullptr, "last*"), last);
+    last->incTreeRefCount();
+    root->setInfoRecursive(root->getTreeInfo());
+    EXPECT_EQ(root->localRefcountSum(), 1);
     root->deleteTree();
 }
 

@@ -88,20 +88,4 @@ TEST(SubtreeSearch, AttributeSearchesNeedTheSetAndExactContent) {
     EXPECT_EQ(root->searchExactAttrAndContent(nullptr, "e", "k", "*", ""), nullptr);
 }
 
-TEST(SubtreeSearch, MillionDeepAndMillionWide) {
-    Tree root(TreeNode::createRoot("r"));
-    TreeNode* first = add(root.get(), "m");
-    const int kCount = 1000000;
-    TreeNode* leaf = first;
-    for (int i = 0; i < kCount; ++i)
-        leaf = add(leaf, "n");
-    leaf->setTag("end");
-    TreeNode* last = nullptr;
-    for (int i = 0; i < kCount; ++i)
-        last = add(root.get(), "w");
-    last->setContentUtf8("last");
-    EXPECT_EQ(root->searchForTag(nullptr, "end"), leaf);
-    EXPECT_EQ(root->searchAllForMatchingNode(nullptr, "la*"), last);
-}
-
 }  // namespace
