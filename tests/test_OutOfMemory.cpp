@@ -10,7 +10,9 @@
 #include <functional>
 #include <string>
 #include <thread>
+#include <vector>
 
+#include "foundation/AttributeSet.h"
 #include "foundation/InputLimit.h"
 #include "foundation/MemoryHook.h"
 #include "foundation/SmallObjectPool.h"
@@ -290,6 +292,39 @@ TEST(InputTooLarge, RefusedWholeByEveryEntryPoint) {
     EXPECT_FALSE(TreeNode::customParseData2(wide, nullptr, log, &root, true));
     EXPECT_EQ(log.lines, Lines{"E:Input too large"});
     xmltree::setParseInputLimitForTesting(0);
+}
+
+// Every growing operation of the containers says when it could not grow, and
+// leaves what it held as it was.
+TEST(OutOfMemoryContainers, FailedGrowthIsReportedAndChangesNothing) {
+    const std::string big(300, 'v');
+    AttributeSet set;
+    ASSERT_TRUE(set.addAttribute("a", "1"));
+    StringBuffer sb("short");
+    ExtPtrArray arr;
+    DataBuffer data;
+    ASSERT_TRUE(data.append("xy", 2));
+    const std::vector<std::pair<const char*, std::function<bool()>>> grows = {
+        {"attribute set", [&] { return set.addAttribute("name", big.c_str()); }},
+        {"attribute reserve", [&] { return set.reserve(50, 5000); }},
+        {"string append", [&] { return sb.append(big.c_str()); }},
+        {"string reserve", [&] { return sb.reserveMore(5000); }},
+        {"array append", [&] { return arr.append(&sb); }},
+        {"array reserve", [&] { return arr.reserve(5000); }},
+        {"data append", [&] { return data.append(big.data(), 300); }},
+    };
+    for (const auto& [what, grow] : grows) {
+        mem::armForTesting(0);
+        const bool grew = grow();
+        mem::disarmForTesting();
+        EXPECT_FALSE(grew) << what;
+    }
+    EXPECT_EQ(set.getSize(), 1);
+    EXPECT_STREQ(set.valueAt(0), "1");
+    EXPECT_STREQ(sb.getString(), "short");
+    EXPECT_TRUE(sb.hasFailed());
+    EXPECT_EQ(arr.getSize(), 0);
+    EXPECT_EQ(data.getSize(), 2u);
 }
 
 }  // namespace
