@@ -18,7 +18,11 @@ TEST(AttributeSet, OrderLookupAndRemoval) {
     EXPECT_STREQ(a.nameAt(0), "x");
     EXPECT_STREQ(a.nameAt(1), "y");
     EXPECT_STREQ(a.valueAt(3), "");
+    StringBuffer n, v;
+    EXPECT_TRUE(a.getAttribute(3, n, v));
+    EXPECT_FALSE(a.getAttribute(4, n, v));  // one past the end is out too
     EXPECT_EQ(a.nameAt(4), nullptr);
+    EXPECT_EQ(a.valueAt(4), nullptr);
     EXPECT_EQ(a.valueAt(-1), nullptr);
     EXPECT_STREQ(a.findValue("x"), "1");  // first of a duplicate name
     EXPECT_FALSE(a.hasAttribute("X"));    // names are case-sensitive
