@@ -92,9 +92,15 @@ TEST(EncodingConvert, UnknownNames) {
     DataBuffer out;
     EXPECT_FALSE(conv.ChConvert2("no-such-charset", 65001, U("abc"), 3, out, log));
     EXPECT_FALSE(conv.EncConvert(424242, 65001, U("abc"), 3, out, log));
+    EXPECT_FALSE(conv.ChConvert3("", "UTF-8", U("abc"), 3, out, log));
     EXPECT_EQ(out.getSize(), 0u);
-    ASSERT_EQ(log.lines.size(), 2u);
+    ASSERT_EQ(log.lines.size(), 3u);
     EXPECT_NE(log.lines[0].find("no-such-charset"), std::string::npos);
+    EXPECT_NE(log.lines[2].find("conversion from: "), std::string::npos);
+
+    // A mark after the mark: the text's own U+FEFF would lead the UTF-8 text.
+    EXPECT_TRUE(conv.ChConvert3("UTF-16BE", "UTF-8", U("\xFE\xFF\xFE\xFF\0A"), 6, out, log));
+    EXPECT_EQ(bytesOf(out), "A");
 
     EXPECT_TRUE(CharsetNaming::CharsetValid("iso-8859-1"));
     EXPECT_TRUE(CharsetNaming::CharsetValid("utf-16"));
