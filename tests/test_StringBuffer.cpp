@@ -91,8 +91,9 @@ TEST(StringBuffer, AppendNCopiesEmbeddedNulAndSelf) {
     StringBuffer self("0123456789012345678");
     for (int i = 0; i < 4; ++i)
         self.appendN(self.getString(), self.getSize());
-    EXPECT_EQ(self.getSize(), 19 * 16);
-    EXPECT_EQ(text(self).substr(19 * 15), "0123456789012345678");
+    std::string want;
+    for (int i = 0; i < 16; ++i) want += "0123456789012345678";
+    EXPECT_EQ(text(self), want);
 }
 
 TEST(StringBuffer, ConstructorsAndFactories) {
