@@ -162,8 +162,8 @@ TEST(StringBuffer, SetStringPrependShorten) {
     EXPECT_STREQ(sb.getString(), "short");
 
     StringBuffer p("1234567890123456789");  // 19 bytes: prepending must leave the inline area
-    p.prepend("A");
-    p.prepend("BC");
+    EXPECT_TRUE(p.prepend("A"));
+    EXPECT_TRUE(p.prepend("BC"));
     EXPECT_STREQ(p.getString(), "BCA1234567890123456789");
     p.prepend(p.getString() + 20);  // its own tail
     EXPECT_STREQ(p.getString(), "89BCA1234567890123456789");
@@ -189,6 +189,7 @@ TEST(StringBuffer, Comparisons) {
     EXPECT_FALSE(sb.equals("Hello"));
     EXPECT_TRUE(sb.equalsIgnoreCase("hELLO\xC3\x89"));
     EXPECT_FALSE(sb.equalsIgnoreCase("hELLO\xC3\xA9"));  // only ASCII folds
+    EXPECT_FALSE(sb.equalsIgnoreCase("jELLO\xC3\x89"));  // the first byte counts too
     EXPECT_LT(StringBuffer("abc").compare("abd"), 0);
     EXPECT_GT(StringBuffer("\xC3").compare("a"), 0);  // bytes are unsigned
     EXPECT_EQ(StringBuffer("abc").compare("abc"), 0);
@@ -222,6 +223,7 @@ TEST(StringBuffer, ReplaceAllIsOnePass) {
         {"&amp;lt;", "&amp;", "&", 1, "&lt;"},    {"]]>]]>", "]]>", "", 2, ""},
         {"a<b<c", "<", "&lt;", 2, "a&lt;b&lt;c"},  // growing, "<" not rescanned
         {"aaa", "a", "aa", 3, "aaaaaa"},          {"aaa", "x", "y", 0, "aaa"},
+        {"abc", "", "x", 0, "abc"},
     };
     for (const auto& c : cases) {
         StringBuffer sb(c.text);
