@@ -141,6 +141,9 @@ TEST(StringBuffer, UncheckedAppendsWithinReservedRoom) {
     EXPECT_EQ(std::string(sb.getString(), 37), "0123456789abcdefghijklmnopqrstuvwxyz!");
     EXPECT_EQ(sb.getString()[sb.getSize()], '\0');
     EXPECT_EQ(sb.lastChar(), 'z');
+    sb.shorten(sb.getSize() - 2);  // the old bytes stay behind the new end
+    sb.appendUnchecked("X", 1);
+    EXPECT_STREQ(sb.getString(), "01X");
 }
 
 TEST(StringBuffer, AppendInt) {
