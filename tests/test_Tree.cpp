@@ -123,15 +123,15 @@ TEST(NodeRef, KeepsARemovedSubtreeAlive) {
 
 TEST(BreadthFirst, LevelOrderDepthAndSkip) {
     xmltree::Tree doc;
-    ASSERT_TRUE(doc.parseString("<r><a><b><d/></b><f/></a><c><e/></c></r>"));
+    ASSERT_TRUE(doc.parseString("<r><a><b><d><g><i/></g></d></b><f/></a><c><e><h/></e></c></r>"));
     std::string order, depths;
     xmltree::BreadthFirst walk(doc.root());
     for (TreeNode* n : walk) {
         order += n->getTag();
         depths += static_cast<char>('0' + walk.depth());
     }
-    EXPECT_EQ(order, "racbfed");
-    EXPECT_EQ(depths, "0112223");
+    EXPECT_EQ(order, "racbfedhgi");
+    EXPECT_EQ(depths, "0112223345");
 
     // The same order as the library's own searches.
     std::string searched;
@@ -146,9 +146,9 @@ TEST(BreadthFirst, LevelOrderDepthAndSkip) {
         pruned += n->getTag();
         if (n->getTag()[0] == 'a') skipping.skipChildren();
     }
-    EXPECT_EQ(pruned, "race");
+    EXPECT_EQ(pruned, "raceh");
     EXPECT_EQ(walkTags(nullptr), "");
-    EXPECT_EQ(walkTags(doc->getChild(1)), "ce");
+    EXPECT_EQ(walkTags(doc->getChild(1)), "ceh");
 }
 
 TEST(ChildRange, OrderEmptyAndRemovalWhileIterating) {

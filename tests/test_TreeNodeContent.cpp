@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <string>
+
 #include "xmltree/TreeNode.h"
 
 namespace {
@@ -17,7 +19,11 @@ TEST(TreeNodeContent, BufferOnlyWhenSomethingWasWritten) {
     EXPECT_TRUE(node.contentEquals("", true));
     node.appendContentChar('x');
     node.appendContentInt(-12);
-    EXPECT_STREQ(node.getContent(), "x-12");
+    DataBuffer bytes;
+    node.appendContent(bytes);
+    ASSERT_TRUE(bytes.append("\0z", 2));
+    node.appendContent(bytes);
+    EXPECT_EQ(std::string(node.getContent(), 6), std::string("x-12\0z", 6));
     node.setContentUtf8(nullptr);
     EXPECT_NE(node.getContentSb(), nullptr);
     EXPECT_FALSE(node.hasContent());
