@@ -140,6 +140,10 @@ TEST(mxQueue, FifoAcrossWrapAndGrowth) {
     EXPECT_EQ(expect, next);
     EXPECT_EQ(q.pop(), nullptr);
     EXPECT_EQ(q.getSize(), 0);
+    q.push(P(1));
+    q.clear();
+    EXPECT_FALSE(q.hasObjects());
+    EXPECT_EQ(q.pop(), nullptr);
 }
 
 TEST(StringPair, CopiesAndNullReadsEmpty) {

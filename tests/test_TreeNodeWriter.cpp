@@ -101,6 +101,8 @@ TEST(WriterElements, MissingTagAndMissingTree) {
     EXPECT_EQ(xml(root), "<nothing />\r\n");
     TreeNode::createNode2(root, "x", "v")->setTag("");
     EXPECT_EQ(xml(root), "<nothing>\r\n    <nothing>v</nothing>\r\n</nothing>\r\n");
+    root->getChild(0)->setContentN("v", 0);  // an empty content buffer writes as none
+    EXPECT_EQ(xml(root), "<nothing>\r\n    <nothing />\r\n</nothing>\r\n");
     root->deleteTree();
 
     TreeNode loose("x", "y", 0);
