@@ -1,8 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <random>
-#include <vector>
-
 #include "tests/TreeCheck.h"
 
 namespace {
@@ -95,75 +92,6 @@ TEST(TreeNodeChildren, MovesAndRenames) {
     EXPECT_EQ(childTags(root), "new,new,d,b");
     EXPECT_TRUE(treeIsConsistent(root));
     root->deleteTree();
-}
-
-// Random edits over three trees while references come and go; every tree
-// must stay consistent after every step.
-TEST(TreeNodeChildren, RandomEditsKeepInvariants) {
-    std::mt19937 rng(12345);
-    std::vector<TreeNode*> roots{makeTree("abc"), makeTree("abc"), makeTree("abc")};
-    for (TreeNode* r : roots)
-        r->incTreeRefCount();
-    auto ours = [&](TreeNode* r) { return r == roots[0] || r == roots[1] || r == roots[2]; };
-    auto pick = [&](TreeNode* root) {
-        std::vector<TreeNode*> all{root};
-        for (size_t i = 0; i < all.size(); ++i) {
-            for (int k = 0; k < all[i]->getNumChildren(); ++k)
-                all.push_back(all[i]->getChild(k));
-        }
-        return all[rng() % all.size()];
-    };
-    std::vector<TreeNode*> held;
-    auto release = [&](size_t i) {
-        TreeNode* r = held[i]->getRoot();
-        held[i]->decTreeRefCount();
-        held.erase(held.begin() + static_cast<long>(i));
-        if (!ours(r) && r->getTreeRefCount() == 0) r->deleteTree();
-    };
-    for (int step = 0; step < 1500; ++step) {
-        TreeNode* root = roots[rng() % 3];
-        TreeNode* node = pick(root);
-        int count = node->getNumChildren();
-        switch (rng() % 7) {
-            case 0:
-                TreeNode::createNode2(node, "n", (rng() % 2) ? "a" : "b");
-                break;
-            case 1:
-                node->insertChild(static_cast<int>(rng() % (count + 1)),
-                                  TreeNode::createRoot2("i", "a"));
-                break;
-            case 2:
-                node->incTreeRefCount();
-                held.push_back(node);
-                break;
-            case 3:
-                if (!held.empty()) release(rng() % held.size());
-                break;
-            case 4:
-                if (count) node->removeChildByIndex(static_cast<int>(rng() % count));
-                node->removeChildWithContent((rng() % 2) ? "a" : "b");
-                break;
-            case 5:
-                node->moveUpChildWithContent("a");
-                node->moveDownChildWithContent("b");
-                break;
-            case 6: {
-                TreeNode* other = roots[rng() % 3];
-                if (node == root || other == root) break;
-                node->removeFromTree();
-                ASSERT_TRUE(pick(other)->appendChild2(node, 0));
-                break;
-            }
-        }
-        for (TreeNode* r : roots)
-            ASSERT_TRUE(treeIsConsistent(r)) << "step " << step;
-        for (TreeNode* h : held)
-            ASSERT_TRUE(treeIsConsistent(h)) << "step " << step;
-    }
-    while (!held.empty())
-        release(held.size() - 1);
-    for (TreeNode* r : roots)
-        r->deleteTree();
 }
 
 }  // namespace
