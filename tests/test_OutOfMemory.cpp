@@ -54,12 +54,6 @@ struct Outcome {
     long callerBlocksReleased = 0;  // the caller's input, replaced by decoding
 };
 
-// An entry point as a user calls it: the input is made first, then armNow()
-// starts the count, the library is called, and the count stops before the
-// input goes.
-using Entry =
-    std::function<void(const std::string&, Outcome&, const std::function<void()>& armNow)>;
-
 std::string tempPath() {
     return testing::TempDir() + "/oom-" + std::to_string(getpid()) + ".xml";
 }
@@ -74,39 +68,26 @@ DataBuffer utf16(const std::string& s) {
     return data;
 }
 
-const std::vector<std::pair<const char*, Entry>>& entries() {
-    static const std::vector<std::pair<const char*, Entry>> all = {
-        {"string, trimmed",
-         [](const std::string& s, Outcome& o, const std::function<void()>& armNow) {
-             StringBuffer text(s.c_str());
-             armNow();
-             o.ok = TreeNode::customParseString(text, &o.log, nullptr, &o.root, true);
-             mem::disarmForTesting();
-         }},
-        {"string, whitespace kept",
-         [](const std::string& s, Outcome& o, const std::function<void()>& armNow) {
-             StringBuffer text(s.c_str());
-             armNow();
-             o.ok = TreeNode::customParseString(text, &o.log, nullptr, &o.root, false);
-             mem::disarmForTesting();
-         }},
-        {"bytes in UTF-16",
-         [](const std::string& s, Outcome& o, const std::function<void()>& armNow) {
-             DataBuffer data = utf16(s);
-             armNow();
-             o.ok = TreeNode::customParseData2(data, nullptr, o.log, &o.root, true);
-             DataBuffer().takeData(data);  // the decoded text, made in the count
-             mem::disarmForTesting();
-             o.callerBlocksReleased = 1;  // the bytes it replaced, made before
-         }},
-        {"file",
-         [](const std::string&, Outcome& o, const std::function<void()>& armNow) {
-             armNow();
-             o.ok = TreeNode::customParseFile(tempPath().c_str(), &o.log, nullptr, &o.root, true);
-             mem::disarmForTesting();
-         }},
-    };
-    return all;
+// The entry points as a user calls them: the input is made first, then
+// armNow() starts the count, the library is called, and the count stops
+// before the input goes.
+const char* const kEntries[] = {"string, trimmed", "string, whitespace kept", "bytes in UTF-16",
+                                "file"};
+
+void parseWith(int entry, const std::string& s, Outcome& o, const std::function<void()>& armNow) {
+    StringBuffer text(s.c_str());
+    DataBuffer data = utf16(s);
+    armNow();
+    if (entry < 2) {
+        o.ok = TreeNode::customParseString(text, &o.log, nullptr, &o.root, entry == 0);
+    } else if (entry == 2) {
+        o.ok = TreeNode::customParseData2(data, nullptr, o.log, &o.root, true);
+        DataBuffer().takeData(data);  // the decoded text, made in the count
+        o.callerBlocksReleased = 1;   // the bytes it replaced, made before
+    } else {
+        o.ok = TreeNode::customParseFile(tempPath().c_str(), &o.log, nullptr, &o.root, true);
+    }
+    mem::disarmForTesting();
 }
 
 std::string written(TreeNode* root) {
@@ -173,12 +154,12 @@ class OutOfMemory : public testing::Test {
 
 TEST_F(OutOfMemory, EveryFailedAllocationFailsTheParse) {
     const std::string doc = document();
-    for (const auto& [name, parse] : entries()) {
-        SCOPED_TRACE(name);
+    for (int entry = 0; entry < 4; ++entry) {
+        SCOPED_TRACE(kEntries[entry]);
         std::string want;
         const long total = runFailing(-1, [&](const std::function<void()>& armNow) {
             Outcome full;
-            parse(doc, full, armNow);
+            parseWith(entry, doc, full, armNow);
             EXPECT_TRUE(full.ok && full.root);
             if (full.root) want = picturedThenDeleted(full.root);
             return full.callerBlocksReleased;
@@ -190,7 +171,7 @@ TEST_F(OutOfMemory, EveryFailedAllocationFailsTheParse) {
             Outcome o;
             std::string got;
             runFailing(i, [&](const std::function<void()>& armNow) {
-                parse(doc, o, armNow);
+                parseWith(entry, doc, o, armNow);
                 if (o.root) got = picturedThenDeleted(o.root);
                 return o.callerBlocksReleased;
             });
@@ -271,12 +252,11 @@ TEST(InputTooLarge, RefusedWholeByEveryEntryPoint) {
     const std::string over = fits + " ";
     xmltree::setParseInputLimitForTesting(64);
     const auto noCount = [] {};
-    for (const auto& [name, parse] : entries()) {
-        if (std::string(name) == "file") continue;
-        SCOPED_TRACE(name);
+    for (int entry = 0; entry < 3; ++entry) {  // not the file
+        SCOPED_TRACE(kEntries[entry]);
         Outcome small, big;
-        parse(fits, small, noCount);
-        parse(over, big, noCount);
+        parseWith(entry, fits, small, noCount);
+        parseWith(entry, over, big, noCount);
         EXPECT_TRUE(small.ok && small.root);
         if (small.root) small.root->deleteTree();
         EXPECT_FALSE(big.ok);
