@@ -1,11 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <fstream>
-#include <sstream>
 #include <string>
 
-#include "xmltree/TreeNode.h"
+#include "tests/TestSupport.h"
 
 namespace {
 
@@ -22,11 +20,7 @@ std::string content(TreeNode* node) {
 }
 
 std::string readGolden(const char* name) {
-    std::ifstream in(std::string(XMLTREE_TEST_DATA_DIR) + "/writer/" + name, std::ios::binary);
-    EXPECT_TRUE(in.good()) << name;
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
+    return readFile(std::string(XMLTREE_TEST_DATA_DIR) + "/writer/" + name);
 }
 
 const std::string kCap(200, ' ');
@@ -44,38 +38,25 @@ struct Tree {
 
 // ---- the worked examples ------------------------------------------------
 
-TEST(WriterExamples, DeclarationAndOmittedDeclaration) {
+TEST(WriterExamples, DeclarationCdataDepthAndIndentationCap) {
     Tree t("a");
     t.root->setDocEncoding("utf-8");
     TreeNode::createNode2(t.root, "b", "x<y");
-    TreeNode::createNode(t.root, "c");
+    TreeNode* c = TreeNode::createNode(t.root, "c");
     const std::string body = "<a>\r\n    <b>x&lt;y</b>\r\n    <c />\r\n</a>\r\n";
     EXPECT_EQ(xml(t.root, 0), "<?xml version=\"1.0\" encoding=\"utf-8\" ?>\r\n" + body);
     EXPECT_EQ(xml(t.root, 0, 0, true), "\r\n" + body);
-}
-
-TEST(WriterExamples, CdataContentLosesItsTerminator) {
-    Tree t("note");
-    t.root->setContentUtf8("a]]>b");
-    t.root->setCdata(true);
-    EXPECT_EQ(xml(t.root), "<note><![CDATA[ab]]></note>\r\n");
-}
-
-TEST(WriterExamples, ContentAndChildAtDepthOne) {
-    Tree t("doc");
+    EXPECT_EQ(xml(c, 1, 60), kCap + "<c />\r\n");
+    EXPECT_EQ(xml(c, 1, 50), kCap + "<c />\r\n");
+    EXPECT_EQ(xml(c, 1, 49), kCap.substr(4) + "<c />\r\n");
+    EXPECT_EQ(xml(c, 1, 0), "<c />\r\n");
     TreeNode* p = TreeNode::createNode2(t.root, "p", "text");
     TreeNode::createNode(p, "q");
     EXPECT_EQ(xml(p, 1, 1), "    <p>text\r\n        <q />\r\n    </p>\r\n");
     EXPECT_EQ(xml(p, 0, 1), "\r\n    <p>text\r\n        <q />\r\n    </p>\r\n");
-}
-
-TEST(WriterExamples, IndentationStopsAtFiftyLevels) {
-    Tree t("doc");
-    TreeNode* e = TreeNode::createNode(t.root, "e");
-    EXPECT_EQ(xml(e, 1, 60), kCap + "<e />\r\n");
-    EXPECT_EQ(xml(e, 1, 50), kCap + "<e />\r\n");
-    EXPECT_EQ(xml(e, 1, 49), kCap.substr(4) + "<e />\r\n");
-    EXPECT_EQ(xml(e, 1, 0), "<e />\r\n");
+    TreeNode* note = TreeNode::createNode2(t.root, "note", "a]]>b");
+    note->setCdata(true);
+    EXPECT_EQ(xml(note), "<note><![CDATA[ab]]></note>\r\n");
 }
 
 // ---- elements and content ---------------------------------------------------
@@ -196,7 +177,9 @@ TEST(WriterElements, PiecesAppendAndGrowTheBuffer) {
               "keep        <" + longTag + attributes + ">x</" + longTag + ">\r\n");
 }
 
-TEST(WriterContent, CdataStripsMarkersOnlyWhenTerminatorPresent) {
+// Markers are stripped only when a terminator is there; checkCdataRequired
+// counts markup characters only and never clears the flag.
+TEST(WriterContent, CdataMarkersAndWhenCdataIsRequired) {
     Tree t("e");
     t.root->setCdata(true);
     t.root->setContentUtf8("a<![CDATA[b]]>c]]>]]>d");
@@ -204,54 +187,42 @@ TEST(WriterContent, CdataStripsMarkersOnlyWhenTerminatorPresent) {
     EXPECT_STREQ(t.root->getContent(), "a<![CDATA[b]]>c]]>]]>d");
     t.root->setContentUtf8("x <![CDATA[ & y");
     EXPECT_EQ(content(t.root), "<![CDATA[x <![CDATA[ & y]]>");
-}
-
-TEST(WriterContent, CheckCdataRequiredCountsOnlyMarkupCharacters) {
-    Tree t("e");
-    const struct {
-        const char* text;
-        bool cdata;
-    } cases[] = {{"a\"b", true}, {"a&b", true},   {"a<b", true},
-                 {"a>b", true},  {"it's", false}, {"caf\xc3\xa9 \xff", false}};
-    for (const auto& c : cases) {
-        t.root->setCdata(false);
-        t.root->setContentUtf8(c.text);
-        t.root->checkCdataRequired();
-        EXPECT_EQ(t.root->getCdata(), c.cdata) << c.text;
-    }
-    t.root->setCdata(true);  // never cleared
     t.root->checkCdataRequired();
     EXPECT_TRUE(t.root->getCdata());
+    for (const char* text : {"a\"b", "a&b", "a<b", "a>b", "it's", "caf\xc3\xa9 \xff"}) {
+        t.root->setCdata(false);
+        t.root->setContentUtf8(text);
+        t.root->checkCdataRequired();
+        EXPECT_EQ(t.root->getCdata(), std::strpbrk(text, "\"&<>") != nullptr) << text;
+    }
 }
 
 // ---- prolog -----------------------------------------------------------------
 
-TEST(WriterProlog, DoctypeAndProcessingTexts) {
+// The processing text stands in for the empty line after the prolog; only
+// the root writes the prolog.
+TEST(WriterProlog, TextsDeclarationAndStyleSheets) {
     Tree t("a");
     t.root->setDocType("<!DOCTYPE a>\n");
     t.root->setProcessing("<?pi x?>\n");
-    // The processing text stands in for the empty line.
     EXPECT_EQ(xml(t.root, 0), "<!DOCTYPE a>\n\r\n<?pi x?>\n\r\n<a />\r\n");
     t.root->setDocType(nullptr);
     EXPECT_EQ(xml(t.root, 0), "<?pi x?>\n\r\n<a />\r\n");
     t.root->setProcessing("");
     t.root->setDocType("<!DOCTYPE a>");
     EXPECT_EQ(xml(t.root, 0), "<!DOCTYPE a>\r\n<a />\r\n");
-    // Only the root writes the prolog.
     EXPECT_EQ(xml(TreeNode::createNode(t.root, "b"), 0), "\r\n<b />\r\n");
-}
 
-TEST(WriterProlog, DeclarationAndStyleSheets) {
-    Tree t("a");
+    Tree u("a");
     TreeNode* sheet = TreeNode::createRoot("?xml-stylesheet");
     sheet->addAttribute("href", "s.xsl");
-    t.root->addStyleSheetDeclaration(sheet);
+    u.root->addStyleSheetDeclaration(sheet);
     const std::string sheetLine = "<?xml-stylesheet href=\"s.xsl\" ?>\r\n";
-    EXPECT_EQ(xml(t.root, 0), sheetLine + "\r\n<a />\r\n");
-    t.root->setXmlDeclaration(TreeNode::createRoot("xml"));
-    EXPECT_EQ(xml(t.root, 0), "<?xml ?>\r\n" + sheetLine + "<a />\r\n");
-    EXPECT_EQ(xml(t.root, 0, 0, true), sheetLine + "\r\n<a />\r\n");
-    EXPECT_EQ(xml(t.root, 1, 0, true), sheetLine + "<a />\r\n");
+    EXPECT_EQ(xml(u.root, 0), sheetLine + "\r\n<a />\r\n");
+    u.root->setXmlDeclaration(TreeNode::createRoot("xml"));
+    EXPECT_EQ(xml(u.root, 0), "<?xml ?>\r\n" + sheetLine + "<a />\r\n");
+    EXPECT_EQ(xml(u.root, 0, 0, true), sheetLine + "\r\n<a />\r\n");
+    EXPECT_EQ(xml(u.root, 1, 0, true), sheetLine + "<a />\r\n");
 }
 
 TEST(WriterProlog, StandaloneIsMovedLastForGood) {
