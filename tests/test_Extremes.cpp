@@ -72,13 +72,15 @@ TEST(Extremes, MillionDeepDocument) {
 
     int visited = 0;
     xmltree::BreadthFirst walk(root);
-    for (TreeNode* n : walk) visited += n != nullptr;
+    for (TreeNode* n : walk)
+        visited += n != nullptr;
     EXPECT_EQ(visited, kMillion);
     EXPECT_FALSE(walk.failed());
 
     // Moving the lower half to another record and back, then splitting it off.
     TreeNode* middle = root;
-    for (int i = 0; i < kMillion / 2; ++i) middle = middle->getFirstChild();
+    for (int i = 0; i < kMillion / 2; ++i)
+        middle = middle->getFirstChild();
     leaf->incTreeRefCount();
     root->incTreeRefCount();
     TreeInfo other;

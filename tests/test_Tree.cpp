@@ -1,14 +1,13 @@
 // The ownership and iteration helpers of xmltree/Tree.h.
 
-#include "xmltree/Tree.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <string>
 #include <utility>
 
-#include "TreeCheck.h"
+#include "tests/TestSupport.h"
+#include "xmltree/Tree.h"
 
 namespace {
 
@@ -27,7 +26,8 @@ xmltree::Tree docWithProbe() {
 
 std::string walkTags(TreeNode* start) {
     std::string out;
-    for (TreeNode* n : xmltree::BreadthFirst(start)) out += n->getTag();
+    for (TreeNode* n : xmltree::BreadthFirst(start))
+        out += n->getTag();
     return out;
 }
 
@@ -156,12 +156,13 @@ TEST(ChildRange, OrderEmptyAndRemovalWhileIterating) {
     xmltree::Tree doc;
     ASSERT_TRUE(doc.parseString("<r><a/><b/><c/></r>"));
     std::string tags;
-    for (TreeNode* child : xmltree::children(doc.root())) tags += child->getTag();
+    for (TreeNode* child : xmltree::children(doc.root()))
+        tags += child->getTag();
     EXPECT_EQ(tags, "abc");
     auto kids = xmltree::children(doc.root());
-    EXPECT_EQ(std::find_if(kids.begin(), kids.end(),
-                           [](TreeNode* n) { return n->getTag()[0] == 'b'; }),
-              std::next(kids.begin()));
+    EXPECT_EQ(
+        std::find_if(kids.begin(), kids.end(), [](TreeNode* n) { return n->getTag()[0] == 'b'; }),
+        std::next(kids.begin()));
     EXPECT_TRUE(xmltree::children(doc->getChild(0)).empty());  // no children array
 
     // The range rereads the array: removing as it goes never runs past the end.

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "tests/TreeCheck.h"
+#include "tests/TestSupport.h"
 
 namespace {
 

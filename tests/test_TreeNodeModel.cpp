@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/TreeCheck.h"
+#include "tests/TestSupport.h"
 
 namespace {
 

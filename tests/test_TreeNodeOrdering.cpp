@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "tests/TreeCheck.h"
+#include "tests/TestSupport.h"
 
 namespace {
 

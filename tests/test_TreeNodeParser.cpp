@@ -26,30 +26,6 @@ struct RecordingMonitor : ProgressMonitor {
     void consumeRemaining(int code) override { calls.push_back("rest " + std::to_string(code)); }
 };
 
-std::string attrs(const TreeNode* n) {
-    std::string s;
-    const AttributeSet* set = n->getAttributeSet();
-    for (int i = 0; set && i < set->getSize(); ++i) {
-        s += std::string(set->nameAt(i)) + "=" + set->valueAt(i) + ";";
-    }
-    return s;
-}
-
-// Compact picture of a tree: tag(attrs){content}! [children].
-std::string dump(TreeNode* n) {
-    std::string s = n->getTag();
-    if (n->getNumAttributes()) s += "(" + attrs(n) + ")";
-    if (n->getContentSb()) s += "{" + std::string(n->getContent()) + "}";
-    if (n->getCdata()) s += "!";
-    if (n->getNumChildren()) {
-        s += "[";
-        for (int i = 0; i < n->getNumChildren(); ++i)
-            s += (i ? "," : "") + dump(n->getChild(i));
-        s += "]";
-    }
-    return s;
-}
-
 std::string text(const StringBuffer* sb) {
     return sb ? sb->getString() : "";
 }
@@ -64,12 +40,15 @@ struct NotingLog : RecordingLog {
     bool wantsParseNotes() const override { return wanted; }
     void logParseNote(xmltree::ParseNote what, int offset, int length,
                       const TreeNode* element) override {
-        static const char* const kNames[] = {
-            "start",  "comment", "unclosed-comment", "declaration", "pi",       "charref",
-            "entref", "joined",  "after-cdata",      "outside",     "replaced", "dropped",
-            "nul",    "encoding", "utf8",            "unended",     "mismatch", "stray",
-            "open",   "dtd",      "cutoff",          "bad-element", "bad-attr", "dup",
-            "no-value", "unquoted"};
+        static const char* const kNames[] = {"start",       "comment",  "unclosed-comment",
+                                             "declaration", "pi",       "charref",
+                                             "entref",      "joined",   "after-cdata",
+                                             "outside",     "replaced", "dropped",
+                                             "nul",         "encoding", "utf8",
+                                             "unended",     "mismatch", "stray",
+                                             "open",        "dtd",      "cutoff",
+                                             "bad-element", "bad-attr", "dup",
+                                             "no-value",    "unquoted"};
         if (what == xmltree::ParseNote::kElementStart && !starts) return;
         ASSERT_GE(offset, 0);
         ASSERT_LE(static_cast<size_t>(offset) + static_cast<size_t>(length), text.size());
@@ -181,7 +160,8 @@ TEST(ParserNotes, EachKindAtItsPlace) {
         {"<a/>  ", {}},
         {"<a/><b/>", {"replaced@0'<a'(a)"}},
         {"<a/><b>", {"dropped@4'<b'(b)"}},
-        {std::string("<a>x\0y</a>", 10), {"nul@4'" + std::string("\0y</a>", 6) + "'", "open@4''(a)"}},
+        {std::string("<a>x\0y</a>", 10),
+         {"nul@4'" + std::string("\0y</a>", 6) + "'", "open@4''(a)"}},
         {"<a>\xE9\xE8t\xC3</a>", {"utf8@3'\xE9\xE8'", "utf8@6'\xC3'"}},
         {"<a>\x80</a>", {"utf8@3'\x80'"}},
         {"<r><a></a<b/></x>", {"unended@9''(a)", "mismatch@15'x'(r)"}},
@@ -190,8 +170,8 @@ TEST(ParserNotes, EachKindAtItsPlace) {
         {"<!DOCTYPE r [", {"dtd@0'<!DOCTYPE r ['"}},
         {"<a><b", {"cutoff@3'<b'", "open@5''(a)"}},
         {"<1a b\"c='1' d e='' e='2' =\"v\" f=g'/>",
-         {"bad-attr@4'b\"c'(1a)", "no-value@12'd'(1a)", "dup@19'e'(1a)",
-          "bad-attr@25''(1a)", "unquoted@32'g'(1a)", "bad-element@1'1a'(1a)"}},
+         {"bad-attr@4'b\"c'(1a)", "no-value@12'd'(1a)", "dup@19'e'(1a)", "bad-attr@25''(1a)",
+          "unquoted@32'g'(1a)", "bad-element@1'1a'(1a)"}},
     };
     for (const auto& c : cases) {
         Parsed p(c.in, true, nullptr, true);
