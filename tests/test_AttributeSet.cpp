@@ -1,6 +1,6 @@
-#include <gtest/gtest.h>
-
 #include <string>
+
+#include <gtest/gtest.h>
 
 #include "foundation/AttributeSet.h"
 #include "foundation/StringBuffer.h"
@@ -50,11 +50,9 @@ TEST(AttributeSet, ManyPairsSurviveGrowthRemovalAndCopy) {
     AttributeSet a;
     for (int i = 0; i < 300; ++i) {
         const std::string n = "attr" + std::to_string(i);
-        ASSERT_TRUE(
-            a.addAttribute(n.c_str(), std::string(static_cast<size_t>(i % 7), 'v').c_str()));
+        ASSERT_TRUE(a.addAttribute(n.c_str(), std::string(static_cast<size_t>(i % 7), 'v').c_str()));
     }
-    for (int i = 0; i < 300; i += 3)
-        EXPECT_TRUE(a.removeAttribute(("attr" + std::to_string(i)).c_str()));
+    for (int i = 0; i < 300; i += 3) EXPECT_TRUE(a.removeAttribute(("attr" + std::to_string(i)).c_str()));
     a.addAttribute("last", "x");
     AttributeSet copy;
     copy.addAttribute("replaced", "y");
@@ -116,8 +114,7 @@ TEST(AttributeSet, XmlOfLongAndDenselyEscapedValues) {
     // Every byte an entity: the output outgrows the room sized for the value.
     std::string dense(3000, '"');
     std::string expected;
-    for (size_t i = 0; i < dense.size(); ++i)
-        expected += "&quot;";
+    for (size_t i = 0; i < dense.size(); ++i) expected += "&quot;";
     // Escapes at both ends of a long run, and a NUL stored inside a value.
     std::string edges = "&" + std::string(5000, 'x') + "<";
     const char withNul[] = {'a', '\0', '>', 'b'};

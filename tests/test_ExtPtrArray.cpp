@@ -1,9 +1,9 @@
-#include <gtest/gtest.h>
-
 #include <cstring>
 #include <thread>
 #include <utility>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "foundation/ExtPtrArray.h"
 #include "foundation/SmallObjectPool.h"
@@ -13,9 +13,7 @@
 
 namespace {
 
-void* P(long i) {
-    return reinterpret_cast<void*>(i);
-}
+void* P(long i) { return reinterpret_cast<void*>(i); }
 
 TEST(ExtPtrArray, IndexingOutOfRange) {
     ExtPtrArray a;
@@ -36,16 +34,14 @@ TEST(ExtPtrArray, IndexingOutOfRange) {
 TEST(ExtPtrArray, InsertRemoveKeepOrder) {
     ExtPtrArray a(5, 5);
     EXPECT_EQ(a.getCapacity(), 5);
-    for (long i = 0; i < 20; ++i)
-        a.append(P(i * 10));
+    for (long i = 0; i < 20; ++i) a.append(P(i * 10));
     EXPECT_EQ(a.removeAt(0), P(0));
     EXPECT_EQ(a.removeAt(5), P(60));
-    a.insertAt(-3, P(1));  // negative: front
+    a.insertAt(-3, P(1));   // negative: front
     a.insertAt(2, P(2));
     a.insertAt(999, P(3));  // past the end: append
     const long expect[] = {1, 10, 2, 20, 30, 40, 50, 70, 80};
-    for (int i = 0; i < 9; ++i)
-        EXPECT_EQ(a.elementAt(i), P(expect[i])) << i;
+    for (int i = 0; i < 9; ++i) EXPECT_EQ(a.elementAt(i), P(expect[i])) << i;
     EXPECT_EQ(a.lastElement(), P(3));
     EXPECT_EQ(a.pop(), P(3));
     EXPECT_EQ(a.getSize(), 20);
@@ -110,12 +106,10 @@ int byKeyThenNothing(const void* a, const void* b) {
 TEST(ExtPtrArray, SortIsStableOverSlots) {
     ExtPtrArray a;
     const long in[] = {31, 12, 33, 11, 32, 13, 5};
-    for (long v : in)
-        a.append(P(v));
+    for (long v : in) a.append(P(v));
     a.sort(byKeyThenNothing);
     const long out[] = {5, 12, 11, 13, 31, 33, 32};
-    for (int i = 0; i < 7; ++i)
-        EXPECT_EQ(a.elementAt(i), P(out[i])) << i;
+    for (int i = 0; i < 7; ++i) EXPECT_EQ(a.elementAt(i), P(out[i])) << i;
 }
 
 TEST(ExtPtrArray, DestructionLeavesElementsAlive) {
@@ -139,13 +133,10 @@ TEST(mxQueue, FifoAcrossWrapAndGrowth) {
     // Keep the queue partly full while pushing many more than its first
     // capacity, so the ring wraps and grows while wrapped.
     for (int round = 0; round < 50; ++round) {
-        for (int i = 0; i < 7 + round; ++i)
-            q.push(P(next++));
-        for (int i = 0; i < 5; ++i)
-            ASSERT_EQ(q.pop(), P(expect++));
+        for (int i = 0; i < 7 + round; ++i) q.push(P(next++));
+        for (int i = 0; i < 5; ++i) ASSERT_EQ(q.pop(), P(expect++));
     }
-    while (q.hasObjects())
-        ASSERT_EQ(q.pop(), P(expect++));
+    while (q.hasObjects()) ASSERT_EQ(q.pop(), P(expect++));
     EXPECT_EQ(expect, next);
     EXPECT_EQ(q.pop(), nullptr);
     EXPECT_EQ(q.getSize(), 0);

@@ -45,8 +45,7 @@ TEST(StringBuffer, InlineToHeapBoundary) {
 TEST(StringBuffer, CountedConstructorCopiesEveryShortLength) {
     for (int n = 0; n <= StringBuffer::kInlineCapacity + 2; ++n) {
         std::unique_ptr<char[]> src(new char[static_cast<size_t>(n) + (n == 0)]);
-        for (int i = 0; i < n; ++i)
-            src[static_cast<size_t>(i)] = static_cast<char>('A' + i);
+        for (int i = 0; i < n; ++i) src[static_cast<size_t>(i)] = static_cast<char>('A' + i);
         StringBuffer sb(src.get(), n, 0);
         EXPECT_EQ(text(sb), std::string(src.get(), static_cast<size_t>(n))) << n;
         EXPECT_EQ(sb.getString()[sb.getSize()], '\0') << n;
@@ -93,8 +92,7 @@ TEST(StringBuffer, AppendNCopiesEmbeddedNulAndSelf) {
     for (int i = 0; i < 4; ++i)
         self.appendN(self.getString(), self.getSize());
     std::string want;
-    for (int i = 0; i < 16; ++i)
-        want += "0123456789012345678";
+    for (int i = 0; i < 16; ++i) want += "0123456789012345678";
     EXPECT_EQ(text(self), want);
 }
 
@@ -225,11 +223,9 @@ TEST(StringBuffer, ReplaceAllIsOnePass) {
         int count;
         const char* result;
     } cases[] = {
-        {"&amp;lt;", "&amp;", "&", 1, "&lt;"},
-        {"]]>]]>", "]]>", "", 2, ""},
+        {"&amp;lt;", "&amp;", "&", 1, "&lt;"},    {"]]>]]>", "]]>", "", 2, ""},
         {"a<b<c", "<", "&lt;", 2, "a&lt;b&lt;c"},  // growing, "<" not rescanned
-        {"aaa", "a", "aa", 3, "aaaaaa"},
-        {"aaa", "x", "y", 0, "aaa"},
+        {"aaa", "a", "aa", 3, "aaaaaa"},          {"aaa", "x", "y", 0, "aaa"},
         {"abc", "", "x", 0, "abc"},
     };
     for (const auto& c : cases) {
