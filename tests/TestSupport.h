@@ -74,30 +74,14 @@ inline std::string attrs(const TreeNode* n) {
     return s;
 }
 
-// Compact picture of a tree, "tag(attrs){content}! [children]", made with
-// an explicit stack and without the library allocating anything.
-inline std::string dump(TreeNode* top) {
-    std::string s;
-    std::vector<std::pair<TreeNode*, int>> stack{{top, 0}};
-    while (!stack.empty()) {
-        auto& [n, next] = stack.back();
-        if (next == 0) {
-            s += n->getTag();
-            if (n->getNumAttributes()) s += "(" + attrs(n) + ")";
-            if (n->getContentSb()) s += "{" + std::string(n->getContent()) + "}";
-            if (n->getCdata()) s += "!";
-        }
-        const ExtPtrArray* kids = n->getChildrenArray();
-        const int count = kids ? kids->getSize() : 0;
-        if (next == count) {
-            if (count) s += "]";
-            stack.pop_back();
-            continue;
-        }
-        s += next ? "," : "[";
-        TreeNode* child = static_cast<TreeNode*>(kids->elementAt(next++));
-        stack.push_back({child, 0});
-    }
+// Compact picture of a tree: tag(attrs){content}! [children].
+inline std::string dump(TreeNode* n) {
+    std::string s = n->getTag();
+    if (n->getNumAttributes()) s += "(" + attrs(n) + ")";
+    if (n->getContentSb()) s += "{" + std::string(n->getContent()) + "}";
+    if (n->getCdata()) s += "!";
+    for (int i = 0; i < n->getNumChildren(); ++i)
+        s += (i ? "," : "[") + dump(n->getChild(i)) + (i + 1 == n->getNumChildren() ? "]" : "");
     return s;
 }
 

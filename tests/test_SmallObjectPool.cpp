@@ -94,33 +94,6 @@ TEST(SmallObjectPool, EverySizeGetsItsOwnAlignedBlock) {
         give(b);
 }
 
-// A freed block is the next one handed out in its class, also when its slab
-// was already full (the owner takes such a slab back on the free).
-TEST(SmallObjectPool, FreedBlocksAreReusedWithinTheirClass) {
-    REQUIRE_POOL();
-    EXPECT_EQ(SmallObjectPool::blockBytes(88), 88u);
-    EXPECT_EQ(SmallObjectPool::blockBytes(81), 88u);
-    EXPECT_EQ(SmallObjectPool::blockBytes(1000), 1000u);
-    std::thread([] {
-        std::vector<Block> blocks;
-        for (int i = 0; i < 3000; ++i)  // some four slabs
-            blocks.push_back(take(88));
-        for (size_t i : {size_t{5}, blocks.size() - 1}) {  // a full slab, the one being carved
-            give(blocks[i]);
-            Block again = take(81);  // same class as 88
-            EXPECT_EQ(again.p, blocks[i].p);
-            Block other = take(96);  // another class: not that block
-            EXPECT_NE(other.p, blocks[i].p);
-            give(other);
-            blocks[i] = again;
-        }
-        for (const Block& b : blocks) {
-            EXPECT_TRUE(intact(b));
-            give(b);
-        }
-    }).join();
-}
-
 // A slab goes the moment its last block is freed, whatever the order of the
 // frees; blocks still in use keep exactly their slabs. Without trim() the
 // empty slabs kept for reuse stay bounded (16 + 256); trim() gives them back.

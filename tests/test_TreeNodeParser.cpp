@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "fuzz/roundtrip_check.h"
 #include "tests/TestSupport.h"
 
 namespace {
@@ -193,38 +192,6 @@ TEST(ParserNotes, EachKindAtItsPlace) {
     EXPECT_EQ(bytesOf(data), log.text);
 }
 
-// Many attributes in one tag, with references, names that need cleaning and
-// one that gets a prefix mixed in: all kept, in order, decoded.
-TEST(ParserMarkup, ManyAttributesKeepOrderAndValues) {
-    std::string in = "<a", want;
-    for (int i = 0; i < 100; ++i) {
-        std::string n = "n" + std::to_string(i), v = std::to_string(i);
-        if (i % 7 == 3) {
-            in += " " + n + "='x&amp;" + v + "&lt;'";
-            want += n + "=x&" + v + "<;";
-        } else if (i % 31 == 5) {
-            in += " 9" + n + "=\"" + v + "&gt;\"";
-            want += "A9" + n + "=" + v + ">;";
-        } else if (i % 13 == 1) {
-            in += " <" + n + "='" + v + "'";
-            want += n + "=" + v + ";";
-        } else {
-            in += " " + n + "=\"" + v + "\"";
-            want += n + "=" + v + ";";
-        }
-    }
-    Parsed p(in + "/>", true);
-    EXPECT_EQ(p.tree(), "a(" + want + ")");
-}
-
-TEST(ParserMarkup, NulByteEndsTheText) {
-    TreeNode* root = nullptr;
-    const char text[] = "<a>x\0<b/></a>";
-    ASSERT_TRUE(TreeNode::customParseStringN(text, sizeof(text) - 1, nullptr, &root, true));
-    EXPECT_EQ(dump(root), "a{x}");
-    root->deleteTree();
-}
-
 TEST(ParserMessages, ExactTextsAndOrder) {
     const struct {
         const char* in;
@@ -344,15 +311,6 @@ TEST(ParserEntry, ByteBuffers) {
     EXPECT_FALSE(TreeNode::customParseData2(empty, nullptr, log, &root, true));
     EXPECT_EQ(root, untouched);
     EXPECT_EQ(log.lines, Lines({"E:Failed to convert XML data to utf-8 internal representation"}));
-}
-
-TEST(ParserEntry, WrittenDocumentsReadBackTheSame) {
-    const char* doc =
-        "<?xml version='1.0' standalone='yes' encoding='utf-8'?>"
-        "<?xml-stylesheet href='s.css'?><!DOCTYPE r [<!ENTITY e 'v'>]><?pi x?>"
-        "<r a='1 &lt; 2'><t>fish &amp; chips</t><c><![CDATA[<raw> & ]]]></c>"
-        "mixed <b>bold</b> text</r>";
-    EXPECT_EQ(roundtrip::check(doc, std::strlen(doc)), "");
 }
 
 TEST(ParserDepth, UnfinishedChainsAfterAndWithoutARoot) {
