@@ -20,22 +20,13 @@ TEST(ParseEngine, TextPointerFollowsAppends) {
     EXPECT_STREQ(pe.textPtr, "");
     std::string all;
     for (int i = 0; i < 50; ++i) {
-        pe.append("<a>");
-        pe.appendN("text\0ignored", 4);
+        pe.appendN("<a>text\0ignored", 7);
         all += "<a>text";
         ASSERT_EQ(pe.textPtr, pe.textBuf.getString());
     }
     EXPECT_EQ(std::string(pe.textPtr), all);
-    EXPECT_EQ(pe.textBuf.getSize(), static_cast<int>(all.size()));
-
-    DataBuffer d;
-    d.append("<r/>", 4);
-    ParseEngine fromData(d);
-    EXPECT_STREQ(fromData.textPtr, "<r/>");
-    EXPECT_EQ(fromData.cursor, 0);
     DataBuffer none;
-    ParseEngine empty(none);
-    EXPECT_STREQ(empty.textPtr, "");
+    EXPECT_STREQ(ParseEngine(none).textPtr, "");
 }
 
 // One capture from `at`: what it appends after what `out` held, and where
@@ -105,21 +96,15 @@ TEST(ParseEngine, EmbeddedNulEndsScans) {
 TEST(ParseEngine, SkipScans) {
     Engine pe("abc<def>");
     pe.skipUntilChar('<');
-    EXPECT_EQ(pe.cursor, 3);
     pe.skipUntilChar('<');
     EXPECT_EQ(pe.cursor, 3);
     pe.skipUntilChar('#');
     EXPECT_EQ(pe.cursor, 8);
-
-    Engine t("text>more");
-    EXPECT_TRUE(t.skipUntilChar2('>', '<'));
-    EXPECT_EQ(t.cursor, 4);
-    Engine u("text<b>");
-    EXPECT_FALSE(u.skipUntilChar2('>', '<'));
-    EXPECT_EQ(u.cursor, 4);
-    Engine v("text");
-    EXPECT_FALSE(v.skipUntilChar2('>', '<'));
-    EXPECT_EQ(v.cursor, 4);
+    for (const char* text : {"text>more", "text<b>", "text"}) {
+        Engine t(text);
+        EXPECT_EQ(t.skipUntilChar2('>', '<'), text[4] == '>') << text;
+        EXPECT_EQ(t.cursor, 4) << text;
+    }
 }
 
 TEST(ParseEngine, SeekScans) {
