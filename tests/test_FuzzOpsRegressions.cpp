@@ -94,21 +94,4 @@ TEST(DecodeReplay, SeedCorpusAndSavedRegressions) {
     replayDecode(kFuzzDir + "regressions/decode/");
 }
 
-TEST(DecodeReplay, Utf16InputLeavesUtf8InTheBuffer) {
-    // The check parses the decoded buffer a second time; that only means
-    // something if decoding really happened in place.
-    const char raw[] = "\xff\xfe<\0r\0>\0\xe9\0<\0/\0r\0>\0";
-    std::string doc(raw, sizeof(raw) - 1);
-    DataBuffer bytes;
-    ASSERT_TRUE(bytes.append(doc.data(), static_cast<unsigned>(doc.size())));
-    LogNull log;
-    TreeNode* root = nullptr;
-    ASSERT_TRUE(TreeNode::customParseData2(bytes, nullptr, log, &root, true));
-    ASSERT_NE(root, nullptr);
-    EXPECT_STREQ(root->getContent(), "\xc3\xa9");
-    EXPECT_NE(bytesOf(bytes).find("<r>\xc3\xa9</r>"), std::string::npos);
-    root->deleteTree();
-    EXPECT_EQ(decodefuzz::check(dataOf(doc), doc.size()), "");
-}
-
 }  // namespace

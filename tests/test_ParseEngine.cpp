@@ -78,21 +78,6 @@ TEST(ParseEngine, CapturesStopBeforeDelimiter) {
     EXPECT_TRUE(line.atEnd());
 }
 
-TEST(ParseEngine, EmbeddedNulEndsScans) {
-    ParseEngine pe;
-    pe.appendN("ab\0c>d", 6);
-    StringBuffer out;
-    pe.captureToNextChar('>', out);
-    EXPECT_EQ(pe.cursor, 2);
-    EXPECT_STREQ(out.getString(), "ab");
-    pe.cursor = 0;
-    EXPECT_FALSE(pe.seekAndSkipExact(">"));
-    EXPECT_EQ(pe.cursor, 2);
-    pe.cursor = 0;
-    pe.captureToNext("xyz", out);
-    EXPECT_EQ(pe.cursor, 2);
-}
-
 TEST(ParseEngine, SkipScans) {
     Engine pe("abc<def>");
     pe.skipUntilChar('<');

@@ -217,8 +217,14 @@ TEST(ParserMessages, ExactTextsAndOrder) {
 TEST(ParserProlog, DeclarationsDoctypeAndInstructions) {
     Parsed p(
         "<?xml version=\"1.0\" encoding=\"utf-8\"?>"
+        "<?xml-stylesheet href='a.css' type='text/css'?><?xml-stylesheet href=\"b\"?>"
         "<!DOCTYPE r [<!ENTITY e \"v\">]><?app go?><r/>",
         true);
+    ExtPtrArray& sheets = p.info()->styleSheets;
+    ASSERT_EQ(sheets.getSize(), 2);
+    EXPECT_STREQ(static_cast<TreeNode*>(sheets.elementAt(0))->getTag(), "xml-stylesheet");
+    EXPECT_EQ(attrs(static_cast<TreeNode*>(sheets.elementAt(0))), "href=a.css;type=text/css;");
+    EXPECT_EQ(attrs(static_cast<TreeNode*>(sheets.elementAt(1))), "href=b;");
     TreeNode* decl = p.info()->xmlDecl;
     ASSERT_NE(decl, nullptr);
     EXPECT_STREQ(decl->getTag(), "xml");
@@ -240,17 +246,6 @@ TEST(ParserProlog, LatestDeclarationWinsAndGoesToOneRoot) {
     Parsed r("<?xml?><r/>", true);  // no blank after the name: an other instruction
     EXPECT_EQ(r.info()->xmlDecl, nullptr);
     EXPECT_EQ(text(r.info()->processing), "<?xml?>\n");
-}
-
-TEST(ParserProlog, StyleSheetsInOrder) {
-    Parsed p("<?xml-stylesheet href='a.css' type='text/css'?><?xml-stylesheet href=\"b\"?><r/>",
-             true);
-    ExtPtrArray& sheets = p.info()->styleSheets;
-    ASSERT_EQ(sheets.getSize(), 2);
-    TreeNode* a = static_cast<TreeNode*>(sheets.elementAt(0));
-    EXPECT_STREQ(a->getTag(), "xml-stylesheet");
-    EXPECT_EQ(attrs(a), "href=a.css;type=text/css;");
-    EXPECT_EQ(attrs(static_cast<TreeNode*>(sheets.elementAt(1))), "href=b;");
 }
 
 TEST(ParserProlog, TextsAccumulateAcrossRoots) {

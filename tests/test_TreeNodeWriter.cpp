@@ -154,29 +154,6 @@ TEST(WriterContent, EscapingAtEveryPlaceOfShortAndLongTexts) {
     EXPECT_EQ(content(t.root), escapeSlowly(dense, true));
 }
 
-// The pieces go in after text already in the buffer, and grow it from its
-// inline room as they go: long names and values, values that grow by their
-// entities.
-TEST(WriterElements, PiecesAppendAndGrowTheBuffer) {
-    const std::string longTag(300, 't');
-    Tree t(longTag.c_str());
-    const std::string amps(1000, '&');
-    t.root->addAttribute("a", amps.c_str());
-    t.root->addAttribute("b", "2");
-    const std::string attributes = " a=\"" + escapeSlowly(amps, false) + "\" b=\"2\"";
-    StringBuffer out("keep");
-    EXPECT_TRUE(t.root->openTag(out, 60));
-    EXPECT_EQ(std::string(out.getString()), "keep" + kCap + "<" + longTag + attributes + " />\r\n");
-
-    t.root->setContentUtf8("x");
-    StringBuffer pieces("keep");
-    EXPECT_FALSE(t.root->openTag(pieces, 2));
-    EXPECT_TRUE(t.root->outputContent(pieces));
-    t.root->closeTag(pieces, 0);
-    EXPECT_EQ(std::string(pieces.getString()),
-              "keep        <" + longTag + attributes + ">x</" + longTag + ">\r\n");
-}
-
 // Markers are stripped only when a terminator is there; checkCdataRequired
 // counts markup characters only and never clears the flag.
 TEST(WriterContent, CdataMarkersAndWhenCdataIsRequired) {
