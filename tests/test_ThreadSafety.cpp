@@ -22,47 +22,6 @@ namespace {
 
 constexpr int kThreads = 4;
 
-// Parsed trees and bare roots by the thousand on four threads at once: the
-// counter is hit hardest by the bare roots.
-TEST(ThreadSafety, TreesOnFourThreadsGetDistinctIds) {
-    constexpr int kRounds = 3000, kBurst = 20;
-    std::vector<std::vector<int>> ids(kThreads);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([t, &ids] {
-            const std::string doc = "<r><a>1</a><c><d/></c></r>";
-            for (int i = 0; i < kRounds; ++i) {
-                TreeNode* parsed = nullptr;
-                TreeNode::customParseStringN(doc.data(), static_cast<int>(doc.size()), nullptr,
-                                             &parsed, true);
-                ids[t].push_back(parsed ? parsed->getTreeId() : -1);
-                parsed->incTreeRefCount();  // or detaching would destroy the rest
-                TreeNode* detached = parsed->getChild(1);
-                detached->removeFromTree();  // a fresh tree, with an id of its own
-                ids[t].push_back(detached->getTreeId());
-                detached->deleteTree();
-                parsed->deleteTree();
-                for (int k = 0; k < kBurst; ++k) {
-                    TreeNode* bare = TreeNode::createRoot(nullptr);
-                    ids[t].push_back(bare->getTreeId());
-                    bare->deleteTree();
-                }
-            }
-        });
-    }
-    for (std::thread& th : threads)
-        th.join();
-    std::vector<int> all;
-    for (const std::vector<int>& mine : ids) {
-        EXPECT_TRUE(std::is_sorted(mine.begin(), mine.end()));  // the counter never goes back
-        all.insert(all.end(), mine.begin(), mine.end());
-    }
-    ASSERT_EQ(all.size(), static_cast<size_t>(kThreads * kRounds * (2 + kBurst)));
-    std::sort(all.begin(), all.end());
-    EXPECT_GT(all.front(), 0);
-    EXPECT_EQ(std::adjacent_find(all.begin(), all.end()), all.end()) << "a tree id was given twice";
-}
-
 // Trees handed from thread to thread; pop() gives null once the queue is
 // closed and empty.
 struct TreeQueue {
@@ -89,11 +48,13 @@ struct TreeQueue {
 // A pipeline: two threads parse trees, two edit them (nodes added, content
 // replaced, a subtree detached and destroyed there) and destroy half, one
 // writes and destroys the rest. The parsers go on allocating in the slabs
-// whose blocks the others free; every tree must come out as built.
+// whose blocks the others free; every tree must come out as built, and
+// every tree made on any thread gets an id of its own.
 TEST(ThreadSafety, TreesPassBetweenThreadsWhileOthersBuild) {
     constexpr int kParsers = 2, kEditors = 2, kTrees = 5000;
     TreeQueue parsed, edited;
     std::atomic<int> wrong{0}, editorsLeft{kEditors};
+    std::vector<int> ids[kParsers + kEditors];
     auto parser = [&](int t) {
         for (int i = 0; i < kTrees; ++i) {
             const std::string doc = "<r n=\"" + std::to_string(t * kTrees + i) +
@@ -103,13 +64,14 @@ TEST(ThreadSafety, TreesPassBetweenThreadsWhileOthersBuild) {
             TreeNode::customParseStringN(doc.data(), static_cast<int>(doc.size()), nullptr, &root,
                                          true);
             if (root) {
+                ids[t].push_back(root->getTreeId());
                 parsed.push(root);
             } else {
                 ++wrong;
             }
         }
     };
-    auto editor = [&] {
+    auto editor = [&](int t) {
         while (TreeNode* root = parsed.pop()) {
             StringBuffer n;
             if (!root->getAttributeValue("n", n) || root->getNumChildren() != 3) ++wrong;
@@ -117,7 +79,8 @@ TEST(ThreadSafety, TreesPassBetweenThreadsWhileOthersBuild) {
             root->getChild(0)->setContentUtf8("replaced here, long enough to leave the node");
             root->incTreeRefCount();  // held, or detaching would destroy the rest
             TreeNode* c = root->getChild(2);
-            c->removeFromTree();
+            c->removeFromTree();  // a tree of its own, with a new id
+            ids[t].push_back(c->getTreeId());
             root->decTreeRefCount();
             if (c->getNumChildren() != 2) ++wrong;
             c->deleteTree();
@@ -146,7 +109,7 @@ TEST(ThreadSafety, TreesPassBetweenThreadsWhileOthersBuild) {
     for (int t = 0; t < kParsers; ++t)
         parsers.emplace_back(parser, t);
     for (int t = 0; t < kEditors; ++t)
-        editors.emplace_back(editor);
+        editors.emplace_back(editor, kParsers + t);
     std::thread writing(writer);
     for (std::thread& th : parsers)
         th.join();
@@ -155,6 +118,13 @@ TEST(ThreadSafety, TreesPassBetweenThreadsWhileOthersBuild) {
         th.join();
     writing.join();
     EXPECT_EQ(wrong.load(), 0);
+    std::vector<int> all;
+    for (const std::vector<int>& mine : ids) {
+        EXPECT_TRUE(std::is_sorted(mine.begin(), mine.end()));  // the counter never goes back
+        all.insert(all.end(), mine.begin(), mine.end());
+    }
+    std::sort(all.begin(), all.end());
+    EXPECT_EQ(std::adjacent_find(all.begin(), all.end()), all.end()) << "a tree id given twice";
 }
 
 // Each thread sorts its own tree by its own attribute name and field tag.
