@@ -4,6 +4,7 @@
 #include <string>
 
 #include "tests/TestSupport.h"
+#include "xmltree/Tree.h"
 
 namespace {
 
@@ -25,36 +26,29 @@ std::string readGolden(const char* name) {
 
 const std::string kCap(200, ' ');
 
-// Owns a tree for one test; its reference keeps the tree alive when a child
-// is removed.
-struct Tree {
-    TreeNode* root;
-    explicit Tree(const char* tag) : root(TreeNode::createRoot(tag)) { root->incTreeRefCount(); }
-    ~Tree() {
-        root->decTreeRefCount();
-        root->deleteTree();
-    }
-};
+// A handle holds a reference on the root, which keeps the tree alive when a
+// child is removed.
+using Doc = xmltree::Tree;
 
 // ---- the worked examples ------------------------------------------------
 
 TEST(WriterExamples, DeclarationCdataDepthAndIndentationCap) {
-    Tree t("a");
-    t.root->setDocEncoding("utf-8");
-    TreeNode::createNode2(t.root, "b", "x<y");
-    TreeNode* c = TreeNode::createNode(t.root, "c");
+    Doc t(TreeNode::createRoot("a"));
+    t.root()->setDocEncoding("utf-8");
+    TreeNode::createNode2(t.root(), "b", "x<y");
+    TreeNode* c = TreeNode::createNode(t.root(), "c");
     const std::string body = "<a>\r\n    <b>x&lt;y</b>\r\n    <c />\r\n</a>\r\n";
-    EXPECT_EQ(xml(t.root, 0), "<?xml version=\"1.0\" encoding=\"utf-8\" ?>\r\n" + body);
-    EXPECT_EQ(xml(t.root, 0, 0, true), "\r\n" + body);
+    EXPECT_EQ(xml(t.root(), 0), "<?xml version=\"1.0\" encoding=\"utf-8\" ?>\r\n" + body);
+    EXPECT_EQ(xml(t.root(), 0, 0, true), "\r\n" + body);
     EXPECT_EQ(xml(c, 1, 60), kCap + "<c />\r\n");
     EXPECT_EQ(xml(c, 1, 50), kCap + "<c />\r\n");
     EXPECT_EQ(xml(c, 1, 49), kCap.substr(4) + "<c />\r\n");
     EXPECT_EQ(xml(c, 1, 0), "<c />\r\n");
-    TreeNode* p = TreeNode::createNode2(t.root, "p", "text");
+    TreeNode* p = TreeNode::createNode2(t.root(), "p", "text");
     TreeNode::createNode(p, "q");
     EXPECT_EQ(xml(p, 1, 1), "    <p>text\r\n        <q />\r\n    </p>\r\n");
     EXPECT_EQ(xml(p, 0, 1), "\r\n    <p>text\r\n        <q />\r\n    </p>\r\n");
-    TreeNode* note = TreeNode::createNode2(t.root, "note", "a]]>b");
+    TreeNode* note = TreeNode::createNode2(t.root(), "note", "a]]>b");
     note->setCdata(true);
     EXPECT_EQ(xml(note), "<note><![CDATA[ab]]></note>\r\n");
 }
@@ -62,8 +56,8 @@ TEST(WriterExamples, DeclarationCdataDepthAndIndentationCap) {
 // ---- elements and content ---------------------------------------------------
 
 TEST(WriterElements, CloseTagIndentation) {
-    Tree t("doc");
-    TreeNode* e = TreeNode::createNode(t.root, "e");
+    Doc t(TreeNode::createRoot("doc"));
+    TreeNode* e = TreeNode::createNode(t.root(), "e");
     TreeNode::createNode(e, "gone");
     e->removeChildByIndex(0);  // the children array stays, empty
     ASSERT_NE(e->getChildrenArray(), nullptr);
@@ -71,7 +65,7 @@ TEST(WriterElements, CloseTagIndentation) {
     e->setContentUtf8("text");
     EXPECT_EQ(xml(e, 1, 1), "    <e>text    </e>\r\n");
 
-    TreeNode* f = TreeNode::createNode2(t.root, "f", "one\ntwo\n");
+    TreeNode* f = TreeNode::createNode2(t.root(), "f", "one\ntwo\n");
     EXPECT_EQ(xml(f, 1, 1), "    <f>one\ntwo\n    </f>\r\n");
     f->setContentUtf8("one\ntwo");
     EXPECT_EQ(xml(f, 1, 1), "    <f>one\ntwo</f>\r\n");
@@ -93,13 +87,13 @@ TEST(WriterElements, MissingTagAndMissingTree) {
 }
 
 TEST(WriterContent, EscapingByRuns) {
-    Tree t("e");
-    t.root->setContentUtf8("<>\"'&");
-    EXPECT_EQ(content(t.root), "&lt;&gt;&quot;&apos;&amp;");
-    t.root->setContentUtf8("is &lt; \t\x01 caf\xc3\xa9 a&&b");
-    EXPECT_EQ(content(t.root), "is &amp;lt; \t\x01 caf\xc3\xa9 a&amp;&amp;b");
-    t.root->setContentN("a<b\0<c", 6);  // the text ends at the first NUL
-    EXPECT_EQ(content(t.root), "a&lt;b");
+    Doc t(TreeNode::createRoot("e"));
+    t.root()->setContentUtf8("<>\"'&");
+    EXPECT_EQ(content(t.root()), "&lt;&gt;&quot;&apos;&amp;");
+    t.root()->setContentUtf8("is &lt; \t\x01 caf\xc3\xa9 a&&b");
+    EXPECT_EQ(content(t.root()), "is &amp;lt; \t\x01 caf\xc3\xa9 a&amp;&amp;b");
+    t.root()->setContentN("a<b\0<c", 6);  // the text ends at the first NUL
+    EXPECT_EQ(content(t.root()), "a&lt;b");
 }
 
 // Byte-by-byte escaping, up to the first NUL for content; attribute values
@@ -123,8 +117,8 @@ std::string escapeSlowly(const std::string& text, bool content) {
 // The scans test many bytes a step: a byte to escape (or a NUL) at every
 // place of texts around and across the step widths.
 TEST(WriterContent, EscapingAtEveryPlaceOfShortAndLongTexts) {
-    Tree t("e");
-    t.root->addAttribute("k", "");  // creates the set
+    Doc t(TreeNode::createRoot("e"));
+    t.root()->addAttribute("k", "");  // creates the set
     const char specials[] = {'<', '>', '"', '\'', '&', '\0'};
     for (size_t len = 1; len <= 49; ++len) {
         for (size_t at = 0; at < len; ++at) {
@@ -133,14 +127,14 @@ TEST(WriterContent, EscapingAtEveryPlaceOfShortAndLongTexts) {
                 for (size_t i = 0; i < len; ++i)
                     text[i] = static_cast<char>('a' + i % 26);
                 text[at] = special;
-                t.root->setContentN(text.data(), static_cast<int>(len));
-                ASSERT_EQ(content(t.root), escapeSlowly(text, true)) << len << " " << at;
+                t.root()->setContentN(text.data(), static_cast<int>(len));
+                ASSERT_EQ(content(t.root()), escapeSlowly(text, true)) << len << " " << at;
 
-                t.root->removeAllAttributes();
-                t.root->getAttributeSet()->addAttributeN("k", 1, text.data(),
-                                                         static_cast<int>(len));
+                t.root()->removeAllAttributes();
+                t.root()->getAttributeSet()->addAttributeN("k", 1, text.data(),
+                                                           static_cast<int>(len));
                 StringBuffer tag;
-                t.root->openTag(tag, 0);
+                t.root()->openTag(tag, 0);
                 ASSERT_EQ(std::string(tag.getString(), static_cast<size_t>(tag.getSize())),
                           "<e k=\"" + escapeSlowly(text, false) + "\">")
                     << len << " " << at;
@@ -150,27 +144,27 @@ TEST(WriterContent, EscapingAtEveryPlaceOfShortAndLongTexts) {
     std::string dense;
     for (int i = 0; i < 300; ++i)
         dense += "<>\"'&ab"[i % 7];
-    t.root->setContentUtf8(dense.c_str());
-    EXPECT_EQ(content(t.root), escapeSlowly(dense, true));
+    t.root()->setContentUtf8(dense.c_str());
+    EXPECT_EQ(content(t.root()), escapeSlowly(dense, true));
 }
 
 // Markers are stripped only when a terminator is there; checkCdataRequired
 // counts markup characters only and never clears the flag.
 TEST(WriterContent, CdataMarkersAndWhenCdataIsRequired) {
-    Tree t("e");
-    t.root->setCdata(true);
-    t.root->setContentUtf8("a<![CDATA[b]]>c]]>]]>d");
-    EXPECT_EQ(content(t.root), "<![CDATA[abcd]]>");
-    EXPECT_STREQ(t.root->getContent(), "a<![CDATA[b]]>c]]>]]>d");
-    t.root->setContentUtf8("x <![CDATA[ & y");
-    EXPECT_EQ(content(t.root), "<![CDATA[x <![CDATA[ & y]]>");
-    t.root->checkCdataRequired();
-    EXPECT_TRUE(t.root->getCdata());
+    Doc t(TreeNode::createRoot("e"));
+    t.root()->setCdata(true);
+    t.root()->setContentUtf8("a<![CDATA[b]]>c]]>]]>d");
+    EXPECT_EQ(content(t.root()), "<![CDATA[abcd]]>");
+    EXPECT_STREQ(t.root()->getContent(), "a<![CDATA[b]]>c]]>]]>d");
+    t.root()->setContentUtf8("x <![CDATA[ & y");
+    EXPECT_EQ(content(t.root()), "<![CDATA[x <![CDATA[ & y]]>");
+    t.root()->checkCdataRequired();
+    EXPECT_TRUE(t.root()->getCdata());
     for (const char* text : {"a\"b", "a&b", "a<b", "a>b", "it's", "caf\xc3\xa9 \xff"}) {
-        t.root->setCdata(false);
-        t.root->setContentUtf8(text);
-        t.root->checkCdataRequired();
-        EXPECT_EQ(t.root->getCdata(), std::strpbrk(text, "\"&<>") != nullptr) << text;
+        t.root()->setCdata(false);
+        t.root()->setContentUtf8(text);
+        t.root()->checkCdataRequired();
+        EXPECT_EQ(t.root()->getCdata(), std::strpbrk(text, "\"&<>") != nullptr) << text;
     }
 }
 
@@ -179,44 +173,44 @@ TEST(WriterContent, CdataMarkersAndWhenCdataIsRequired) {
 // The processing text stands in for the empty line after the prolog; only
 // the root writes the prolog.
 TEST(WriterProlog, TextsDeclarationAndStyleSheets) {
-    Tree t("a");
-    t.root->setDocType("<!DOCTYPE a>\n");
-    t.root->setProcessing("<?pi x?>\n");
-    EXPECT_EQ(xml(t.root, 0), "<!DOCTYPE a>\n\r\n<?pi x?>\n\r\n<a />\r\n");
-    t.root->setDocType(nullptr);
-    EXPECT_EQ(xml(t.root, 0), "<?pi x?>\n\r\n<a />\r\n");
-    t.root->setProcessing("");
-    t.root->setDocType("<!DOCTYPE a>");
-    EXPECT_EQ(xml(t.root, 0), "<!DOCTYPE a>\r\n<a />\r\n");
-    EXPECT_EQ(xml(TreeNode::createNode(t.root, "b"), 0), "\r\n<b />\r\n");
+    Doc t(TreeNode::createRoot("a"));
+    t.root()->setDocType("<!DOCTYPE a>\n");
+    t.root()->setProcessing("<?pi x?>\n");
+    EXPECT_EQ(xml(t.root(), 0), "<!DOCTYPE a>\n\r\n<?pi x?>\n\r\n<a />\r\n");
+    t.root()->setDocType(nullptr);
+    EXPECT_EQ(xml(t.root(), 0), "<?pi x?>\n\r\n<a />\r\n");
+    t.root()->setProcessing("");
+    t.root()->setDocType("<!DOCTYPE a>");
+    EXPECT_EQ(xml(t.root(), 0), "<!DOCTYPE a>\r\n<a />\r\n");
+    EXPECT_EQ(xml(TreeNode::createNode(t.root(), "b"), 0), "\r\n<b />\r\n");
 
-    Tree u("a");
+    Doc u(TreeNode::createRoot("a"));
     TreeNode* sheet = TreeNode::createRoot("?xml-stylesheet");
     sheet->addAttribute("href", "s.xsl");
-    u.root->addStyleSheetDeclaration(sheet);
+    u.root()->addStyleSheetDeclaration(sheet);
     const std::string sheetLine = "<?xml-stylesheet href=\"s.xsl\" ?>\r\n";
-    EXPECT_EQ(xml(u.root, 0), sheetLine + "\r\n<a />\r\n");
-    u.root->setXmlDeclaration(TreeNode::createRoot("xml"));
-    EXPECT_EQ(xml(u.root, 0), "<?xml ?>\r\n" + sheetLine + "<a />\r\n");
-    EXPECT_EQ(xml(u.root, 0, 0, true), sheetLine + "\r\n<a />\r\n");
-    EXPECT_EQ(xml(u.root, 1, 0, true), sheetLine + "<a />\r\n");
+    EXPECT_EQ(xml(u.root(), 0), sheetLine + "\r\n<a />\r\n");
+    u.root()->setXmlDeclaration(TreeNode::createRoot("xml"));
+    EXPECT_EQ(xml(u.root(), 0), "<?xml ?>\r\n" + sheetLine + "<a />\r\n");
+    EXPECT_EQ(xml(u.root(), 0, 0, true), sheetLine + "\r\n<a />\r\n");
+    EXPECT_EQ(xml(u.root(), 1, 0, true), sheetLine + "<a />\r\n");
 }
 
 TEST(WriterProlog, StandaloneIsMovedLastForGood) {
-    Tree t("a");
+    Doc t(TreeNode::createRoot("a"));
     TreeNode* decl = TreeNode::createRoot("xml");
     decl->addAttribute("standalone", "no");
     decl->addAttribute("version", "1.0");
     decl->addAttribute("encoding", "utf-8");
-    t.root->setXmlDeclaration(decl);
-    EXPECT_EQ(xml(t.root),
+    t.root()->setXmlDeclaration(decl);
+    EXPECT_EQ(xml(t.root()),
               "<?xml version=\"1.0\" encoding=\"utf-8\" standalone=\"no\" ?>\r\n<a />\r\n");
     StringBuffer name;
     decl->getAttributeName(2, name);
     EXPECT_STREQ(name.getString(), "standalone");
     EXPECT_EQ(decl->getNumAttributes(), 3);
-    t.root->setDocEncoding("latin1");  // encoding now last; an omitted declaration stays so
-    xml(t.root, 1, 0, true);
+    t.root()->setDocEncoding("latin1");  // encoding now last; an omitted declaration stays so
+    xml(t.root(), 1, 0, true);
     decl->getAttributeName(2, name);
     EXPECT_STREQ(name.getString(), "encoding");
 }
@@ -224,8 +218,8 @@ TEST(WriterProlog, StandaloneIsMovedLastForGood) {
 // ---- larger documents ---------------------------------------------------------
 
 TEST(WriterGolden, CatalogWithFullProlog) {
-    Tree t("catalog");
-    TreeNode* root = t.root;
+    Doc t(TreeNode::createRoot("catalog"));
+    TreeNode* root = t.root();
     root->setDocStandalone("yes");
     root->setDocEncoding("utf-8");
     TreeNode* sheet = TreeNode::createRoot("?xml-stylesheet");
@@ -256,8 +250,8 @@ TEST(WriterGolden, CatalogWithFullProlog) {
 }
 
 TEST(WriterGolden, ChainDeeperThanTheIndentationCap) {
-    Tree t("n");
-    TreeNode* node = t.root;
+    Doc t(TreeNode::createRoot("n"));
+    TreeNode* node = t.root();
     for (int level = 0; level < 55; ++level) {
         StringBuffer value;
         value.append(level);
@@ -265,7 +259,7 @@ TEST(WriterGolden, ChainDeeperThanTheIndentationCap) {
         if (level < 54) node = TreeNode::createNode(node, "n");
     }
     node->setContentUtf8("leaf");
-    EXPECT_EQ(xml(t.root, 0, 0, true), readGolden("deep.xml"));
+    EXPECT_EQ(xml(t.root(), 0, 0, true), readGolden("deep.xml"));
 }
 
 // ---- the walk against a plain recursive writer ------------------------------
@@ -296,8 +290,8 @@ TEST(WriterWalk, MatchesTheRecursiveDefinitionOnRandomTrees) {
     };
     const char* const texts[] = {"", "a<b", "line\n", "x & y", "deep\r\n"};
     for (int round = 0; round < 20; ++round) {
-        Tree t("root");
-        TreeNode* current = t.root;
+        Doc t(TreeNode::createRoot("root"));
+        TreeNode* current = t.root();
         // Odd rounds climb less often and so nest a few hundred levels deep.
         const unsigned upLimit = round % 2 ? 7 : 9;
         int depth = 0;
@@ -318,7 +312,7 @@ TEST(WriterWalk, MatchesTheRecursiveDefinitionOnRandomTrees) {
                 current->removeChildByIndex(current->getNumChildren() - 1);
             }
         }
-        TreeNode* start = t.root->getChild(0);
+        TreeNode* start = t.root()->getChild(0);
         ASSERT_NE(start, nullptr);
         StringBuffer expected;
         referenceWrite(start, expected, 0, 3);
