@@ -134,34 +134,6 @@ TEST(SmallObjectPool, SlabsGoWhenTheirLastBlockIsFreed) {
     }
 }
 
-// A tree whose children were put in random order, as a sort leaves them:
-// once deleted and trimmed, the memory is back where it started. Half the
-// children are parsed on another thread, whose slabs lie far from this
-// thread's, so ordering them for freeing takes several radix passes.
-TEST(SmallObjectPool, SortedTreeGivesItsMemoryBack) {
-    REQUIRE_POOL();
-    SmallObjectPool::trim();
-    const size_t base = SmallObjectPool::slabCount();
-    constexpr int kHalf = 30000;
-    TreeNode* root = nullptr;
-    std::thread([&root] {
-        std::string text = "<r>";
-        for (int i = 0; i < kHalf; ++i)
-            text += "<e a=\"" + std::to_string(i) + "\">item " + std::to_string(i) + "</e>";
-        root = parseText(text + "</r>");
-    }).join();
-    ASSERT_NE(root, nullptr);
-    for (int i = kHalf; i < 2 * kHalf; ++i) {
-        const std::string n = std::to_string(i);
-        TreeNode::createNode2(root, "e", ("item " + n).c_str())->addAttribute("a", n.c_str());
-    }
-    EXPECT_GT(SmallObjectPool::slabCount(), base + 50);
-    root->sortByContent(1, false);
-    root->deleteTree();
-    SmallObjectPool::trim();
-    EXPECT_LE(SmallObjectPool::slabCount(), base + 1);
-}
-
 // Blocks of one thread freed on another: while the first frees into the same
 // slabs and takes blocks again (none the other still has may come back), or
 // after it has ended. Either way every slab comes back.
