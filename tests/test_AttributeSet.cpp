@@ -1,13 +1,8 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <random>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "foundation/AttributeSet.h"
 #include "foundation/StringBuffer.h"
+#include "tests/TestSupport.h"
 
 namespace {
 

@@ -1,8 +1,4 @@
-#include <gtest/gtest.h>
-
 #include <cstdio>
-#include <string>
-#include <vector>
 
 #include "foundation/DataBuffer.h"
 #include "foundation/LogBase.h"

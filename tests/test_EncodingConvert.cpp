@@ -1,8 +1,3 @@
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
-
 #include "foundation/DataBuffer.h"
 #include "foundation/EncodingConvert.h"
 #include "foundation/LogBase.h"

@@ -1,14 +1,11 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <deque>
 #include <random>
-#include <vector>
 
 #include "foundation/ExtPtrArray.h"
 #include "foundation/SmallObjectPool.h"
 #include "foundation/StringBuffer.h"
 #include "foundation/mxQueue.h"
+#include "tests/TestSupport.h"
 
 namespace {
 

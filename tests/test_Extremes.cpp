@@ -5,10 +5,7 @@
 // All tests are in the suite Extremes, which CTest labels `slow`:
 // `ctest -LE slow` (or `--gtest_filter=-Extremes.*`) leaves them out.
 
-#include <gtest/gtest.h>
-
 #include <cstring>
-#include <string>
 
 #include "foundation/SmallObjectPool.h"
 #include "tests/TestSupport.h"

@@ -1,11 +1,7 @@
 // Replays the operations and decoding fuzzers' seed corpora and saved
 // regression inputs through the same checks the fuzzers run.
 
-#include <gtest/gtest.h>
-
 #include <cstdint>
-#include <string>
-#include <vector>
 
 #include "fuzz/decode_check.h"
 #include "fuzz/ops_program.h"

@@ -1,10 +1,6 @@
 // Replays every saved fuzz input, and the seed corpus, through the
 // parse-write-parse check and the parse-notes check of the fuzzer.
 
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "fuzz/notes_check.h"
 #include "fuzz/roundtrip_check.h"
 #include "tests/TestSupport.h"

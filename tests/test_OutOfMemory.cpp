@@ -3,14 +3,11 @@
 // them through its memory hook), and each time the result must say so,
 // nothing may leak, and nothing past the failure may be claimed.
 
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <functional>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "foundation/AttributeSet.h"
 #include "foundation/InputLimit.h"

@@ -1,9 +1,6 @@
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "foundation/DataBuffer.h"
 #include "foundation/ParseEngine.h"
+#include "tests/TestSupport.h"
 
 namespace {
 

@@ -1,21 +1,14 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <new>
 #include <random>
 #include <set>
-#include <string>
 #include <thread>
-#include <utility>
-#include <vector>
 
 #include "foundation/SmallObjectPool.h"
 #include "foundation/StringBuffer.h"
 #include "tests/TestSupport.h"
-#include "xmltree/TreeNode.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #define POOL_TEST_ASAN 1

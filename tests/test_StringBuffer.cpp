@@ -1,13 +1,9 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <climits>
-#include <memory>
 #include <random>
-#include <string>
 
 #include "foundation/ExtPtrArray.h"
 #include "foundation/StringBuffer.h"
+#include "tests/TestSupport.h"
 
 namespace {
 

@@ -1,10 +1,7 @@
-#include <gtest/gtest.h>
-
 #include <random>
-#include <string>
-#include <vector>
 
 #include "foundation/StringFunctions.h"
+#include "tests/TestSupport.h"
 
 namespace {
 

@@ -5,18 +5,13 @@
 // small-object pool, which must take memory back on whatever thread a tree is
 // edited or destroyed.
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <deque>
 #include <mutex>
-#include <string>
 #include <thread>
-#include <vector>
 
-#include "xmltree/TreeNode.h"
+#include "tests/TestSupport.h"
 
 namespace {
 

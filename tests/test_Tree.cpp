@@ -1,11 +1,5 @@
 // The ownership and iteration helpers of xmltree/Tree.h.
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <string>
-#include <utility>
-
 #include "tests/TestSupport.h"
 #include "xmltree/Tree.h"
 

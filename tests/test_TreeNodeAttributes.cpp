@@ -1,8 +1,4 @@
-#include <gtest/gtest.h>
-
-#include <string>
-
-#include "xmltree/TreeNode.h"
+#include "tests/TestSupport.h"
 
 namespace {
 

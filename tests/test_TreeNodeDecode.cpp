@@ -1,9 +1,5 @@
 // Input decoding and the file and byte-buffer entry points that depend on it.
 
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "tests/TestSupport.h"
 
 namespace {

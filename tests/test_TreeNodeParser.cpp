@@ -1,12 +1,6 @@
 // The forgiving parser: markup, recovery paths, prolog branches, messages,
 // progress, entry points and style-sheet text input.
 
-#include <gtest/gtest.h>
-
-#include <sstream>
-#include <string>
-#include <vector>
-
 #include "tests/TestSupport.h"
 
 namespace {

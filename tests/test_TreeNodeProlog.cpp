@@ -1,10 +1,6 @@
 // The prolog kept in the tree record: declaration attributes, document type
 // and processing texts, style sheets.
 
-#include <gtest/gtest.h>
-
-#include <string>
-
 #include "tests/TestSupport.h"
 
 namespace {
