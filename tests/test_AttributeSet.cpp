@@ -75,22 +75,6 @@ TEST(AttributeSet, AgreesWithAVectorOfPairsUnderRandomEdits) {
     }
 }
 
-// Found: the output is replaced; not found: left as it was.
-TEST(AttributeSet, OutputBuffersAreReplacedOnlyWhenFound) {
-    AttributeSet a;
-    a.addAttribute("id", "7");
-    a.addAttribute("lang", "en-GB");
-    StringBuffer name("previous text"), value("previous");
-    EXPECT_TRUE(a.getAttribute(1, name, value));
-    EXPECT_FALSE(a.getAttribute(2, name, value));
-    EXPECT_FALSE(a.getAttributeValue("ID", value));
-    EXPECT_FALSE(a.getAttributeValue(-1, value));
-    EXPECT_EQ(std::string(name.getString()) + "=" + value.getString(), "lang=en-GB");
-    EXPECT_TRUE(a.getAttributeValue("id", value));
-    EXPECT_TRUE(a.getAttributeName(0, name));
-    EXPECT_EQ(std::string(name.getString()) + "=" + value.getString(), "id=7");
-}
-
 TEST(AttributeSet, MatchingAndXml) {
     AttributeSet a;
     a.addAttribute("href", "http://x/a.xsl");

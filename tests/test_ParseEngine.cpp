@@ -12,20 +12,6 @@ struct Engine : ParseEngine {
     }
 };
 
-TEST(ParseEngine, TextPointerFollowsAppends) {
-    ParseEngine pe;
-    EXPECT_STREQ(pe.textPtr, "");
-    std::string all;
-    for (int i = 0; i < 50; ++i) {
-        pe.appendN("<a>text\0ignored", 7);
-        all += "<a>text";
-        ASSERT_EQ(pe.textPtr, pe.textBuf.getString());
-    }
-    EXPECT_EQ(std::string(pe.textPtr), all);
-    DataBuffer none;
-    EXPECT_STREQ(ParseEngine(none).textPtr, "");
-}
-
 // One capture from `at`: what it appends after what `out` held, and where
 // the cursor stops (-1: on the end of the text).
 struct Capture {
@@ -87,24 +73,6 @@ TEST(ParseEngine, SkipScans) {
         EXPECT_EQ(t.skipUntilChar2('>', '<'), text[4] == '>') << text;
         EXPECT_EQ(t.cursor, 4) << text;
     }
-}
-
-TEST(ParseEngine, SeekScans) {
-    Engine pe("<!-- a - b -- c -->tail", 4);
-    EXPECT_TRUE(pe.seekAndSkipExact("-->"));
-    EXPECT_STREQ(pe.currentPtr(), "tail");
-    EXPECT_FALSE(pe.seekAndSkipExact("-->"));
-    EXPECT_TRUE(pe.atEnd());
-    EXPECT_EQ(pe.cursor, pe.textBuf.getSize());
-
-    Engine c("abc ]]> x ]]>", 0);
-    StringBuffer out("pre|");
-    c.seekAndCopy("]]>", out);
-    EXPECT_STREQ(out.getString(), "pre|abc ]]>");
-    EXPECT_EQ(c.cursor, 7);
-    c.seekAndCopy("?>", out);
-    EXPECT_STREQ(out.getString(), "pre|abc ]]> x ]]>");
-    EXPECT_TRUE(c.atEnd());
 }
 
 TEST(ParseEngine, SeekToClosingCountsNesting) {

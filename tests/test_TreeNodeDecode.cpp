@@ -105,15 +105,4 @@ TEST(DecodeFile, ByteBufferKeepsTheDeclaredEncoding) {
     root->deleteTree();
 }
 
-TEST(DecodeFile, MissingFileFailsWithoutTouchingOutRoot) {
-    RecordingLog log;
-    TreeNode* sentinel = reinterpret_cast<TreeNode*>(&log);
-    TreeNode* root = sentinel;
-    EXPECT_FALSE(
-        TreeNode::customParseFile((kDir + "absent.xml").c_str(), &log, nullptr, &root, true));
-    EXPECT_EQ(root, sentinel);
-    DataBuffer data;
-    EXPECT_FALSE(TreeNode::loadToUtf8((kDir + "absent.xml").c_str(), data, log));
-}
-
 }  // namespace

@@ -88,23 +88,6 @@ TEST(PrologDeclaration, NodeWithoutTreeIgnoresEverything) {
     sheet->deleteTree();
 }
 
-TEST(PrologTexts, CopiedAndEmptyOrNullRemovesTheBuffer) {
-    Tree root(TreeNode::createRoot("doc"));
-    TreeInfo* info = root->getTreeInfo();
-    std::string source = "<!DOCTYPE doc>\n";
-    root->setDocType(source.c_str());
-    source[2] = 'X';
-    ASSERT_NE(info->docType, nullptr);
-    EXPECT_STREQ(info->docType->getString(), "<!DOCTYPE doc>\n");
-    root->setDocType("");
-    EXPECT_EQ(info->docType, nullptr);
-    root->setProcessing("<?a?>");
-    root->setProcessing("<?b?>");
-    EXPECT_STREQ(info->processing->getString(), "<?b?>");
-    root->setProcessing(nullptr);
-    EXPECT_EQ(info->processing, nullptr);
-}
-
 // Added once, written in order, only those with an attribute set; a
 // transfer moves entries in order and empties the source.
 TEST(PrologStyleSheets, AddedOnceTransferredAndWrittenInOrder) {

@@ -193,25 +193,6 @@ TEST(WriterProlog, TextsDeclarationAndStyleSheets) {
     EXPECT_EQ(xml(u.root(), 1, 0, true), sheetLine + "<a />\r\n");
 }
 
-TEST(WriterProlog, StandaloneIsMovedLastForGood) {
-    Doc t(TreeNode::createRoot("a"));
-    TreeNode* decl = TreeNode::createRoot("xml");
-    decl->addAttribute("standalone", "no");
-    decl->addAttribute("version", "1.0");
-    decl->addAttribute("encoding", "utf-8");
-    t.root()->setXmlDeclaration(decl);
-    EXPECT_EQ(xml(t.root()),
-              "<?xml version=\"1.0\" encoding=\"utf-8\" standalone=\"no\" ?>\r\n<a />\r\n");
-    StringBuffer name;
-    decl->getAttributeName(2, name);
-    EXPECT_STREQ(name.getString(), "standalone");
-    EXPECT_EQ(decl->getNumAttributes(), 3);
-    t.root()->setDocEncoding("latin1");  // encoding now last; an omitted declaration stays so
-    xml(t.root(), 1, 0, true);
-    decl->getAttributeName(2, name);
-    EXPECT_STREQ(name.getString(), "encoding");
-}
-
 // ---- larger documents ---------------------------------------------------------
 
 TEST(WriterGolden, CatalogWithFullProlog) {
