@@ -7,6 +7,7 @@
 
 #include <cstdio>
 #include <functional>
+#include <new>
 #include <thread>
 
 #include "foundation/AttributeSet.h"
@@ -214,6 +215,8 @@ TEST_F(OutOfMemory, EveryFailedAllocationMarksTheWriterOutput) {
     }
 }
 
+// With no slab to be had, a parse fails whole; the pooled classes' nothrow
+// new gives null and their plain new throws.
 TEST(OutOfMemoryPool, NoSlabMeansNoTree) {
     if (!SmallObjectPool::enabled()) GTEST_SKIP() << "the small-object pool is off";
     // A thread of its own starts with an empty cache, so its first block
@@ -221,6 +224,9 @@ TEST(OutOfMemoryPool, NoSlabMeansNoTree) {
     std::thread([] {
         SmallObjectPool::trim();
         SmallObjectPool::limitSlabsForTesting(0);
+        EXPECT_EQ(new (std::nothrow) StringBuffer("x"), nullptr);
+        EXPECT_THROW(delete new StringBuffer("x"), std::bad_alloc);
+        EXPECT_THROW(SmallObjectPool::allocateOrThrow(232), std::bad_alloc);
         RecordingLog log;
         TreeNode* root = nullptr;
         const bool ok =

@@ -174,32 +174,6 @@ TEST(SmallObjectPool, BlocksFreedOnOtherThreadsComeBack) {
     EXPECT_LE(SmallObjectPool::slabCount(), base);
 }
 
-TEST(SmallObjectPool, RunningOutOfSlabs) {
-    REQUIRE_POOL();
-    std::thread([] {
-        SmallObjectPool::limitSlabsForTesting(0);
-        std::vector<std::pair<void*, size_t>> got;
-        void* p = nullptr;
-        // Whatever free blocks of this class exist get used up first.
-        while ((p = SmallObjectPool::allocate(232)) != nullptr)
-            got.emplace_back(p, 232);
-        EXPECT_EQ(p, nullptr);
-        EXPECT_THROW(SmallObjectPool::allocateOrThrow(232), std::bad_alloc);
-        // The classes' nothrow new reports it as null, their plain new throws.
-        while ((p = SmallObjectPool::allocate(sizeof(StringBuffer))) != nullptr)
-            got.emplace_back(p, sizeof(StringBuffer));
-        EXPECT_EQ(new (std::nothrow) StringBuffer("x"), nullptr);
-        EXPECT_THROW(delete new StringBuffer("x"), std::bad_alloc);
-        SmallObjectPool::limitSlabsForTesting(-1);
-        StringBuffer* sb = new (std::nothrow) StringBuffer("x");
-        ASSERT_NE(sb, nullptr);
-        EXPECT_STREQ(sb->getString(), "x");
-        delete sb;
-        for (const auto& q : got)
-            SmallObjectPool::deallocate(q.first, q.second);
-    }).join();
-}
-
 #ifdef POOL_TEST_ASAN
 // With the pool on under AddressSanitizer, a freed pooled object is poisoned
 // and a tree nothing points to any more is reported as a leak.
