@@ -38,26 +38,15 @@ TEST(EncodingConvert, BadInputIsReportedAndReplaced) {
     EncodingConvert conv;
     RecordingLog log;
     DataBuffer out;
-    EXPECT_FALSE(conv.ChConvert2("utf-8", 65001,
-                                 U("ab\xFF"
-                                   "cd"),
-                                 5, out, log));
-    EXPECT_EQ(bytesOf(out),
-              "ab\xEF\xBF\xBD"
-              "cd");
+    EXPECT_FALSE(conv.ChConvert2("utf-8", 65001, U("ab\xFFgh"), 5, out, log));
+    EXPECT_EQ(bytesOf(out), "ab\xEF\xBF\xBDgh");
     ASSERT_EQ(log.lines.size(), 1u);
     EXPECT_NE(log.lines[0].find("utf-8"), std::string::npos);
     EXPECT_NE(log.lines[0].find("offset 2"), std::string::npos);
-
     // A lone surrogate in UTF-16 is skipped as one unit; what follows stays aligned.
     out.clear();
-    EXPECT_FALSE(conv.EncConvert(1200, 65001,
-                                 U("a\0\x00\xD8"
-                                   "b\0"),
-                                 6, out, log));
-    EXPECT_EQ(bytesOf(out),
-              "a\xEF\xBF\xBD"
-              "b");
+    EXPECT_FALSE(conv.EncConvert(1200, 65001, U("a\0\x00\xD8z\0"), 6, out, log));
+    EXPECT_EQ(bytesOf(out), "a\xEF\xBF\xBDz");
     // Odd byte count: the incomplete last unit.
     out.clear();
     EXPECT_FALSE(conv.EncConvert(1201, 65001, U("\0a\0"), 3, out, log));

@@ -58,18 +58,9 @@ TEST(TreeNodeModel, ReferenceCountRules) {
     child->deleteTree();  // from a member: the whole tree goes
 }
 
-TEST(TreeNodeModel, DestructionIsPreOrderWhileRecordLives) {
-    gLog.clear();
-    TreeNode* root = TreeNode::createRoot("r");
-    TreeNode* a = probeUnder(root, "a");
-    probeUnder(a, "a1");
-    probeUnder(probeUnder(a, "a2"), "a21");
-    probeUnder(root, "b");
-    root->deleteTree();
-    EXPECT_EQ(gLog, (std::vector<std::string>{"a", "a1", "a2", "a21", "b"}));
-}
-
-TEST(TreeNodeModel, RecordTakesItsPrologNodesAlong) {
+// Pre-order, all while the record lives; the record then takes its prolog
+// nodes along, a declaration taken from another tree included.
+TEST(TreeNodeModel, DestructionIsPreOrderThenThePrologNodes) {
     gLog.clear();
     TreeNode* holder = TreeNode::createRoot("holder");
     TreeNode* decl = probeUnder(holder, "decl");
@@ -79,9 +70,13 @@ TEST(TreeNodeModel, RecordTakesItsPrologNodesAlong) {
     root->getTreeInfo()->xmlDecl = decl;
     root->getTreeInfo()->styleSheets.append(new ProbeNode("sheet"));
     root->getTreeInfo()->docType = StringBuffer::createNewSB("<!DOCTYPE r>");
-    probeUnder(root, "child");
+    TreeNode* a = probeUnder(root, "a");
+    probeUnder(a, "a1");
+    probeUnder(probeUnder(a, "a2"), "a21");
+    probeUnder(root, "b");
     root->deleteTree();
-    EXPECT_EQ(gLog, (std::vector<std::string>{"child", "decl", "decl-inner", "sheet"}));
+    EXPECT_EQ(gLog, (std::vector<std::string>{"a", "a1", "a2", "a21", "b", "decl", "decl-inner",
+                                              "sheet"}));
 }
 
 }  // namespace
