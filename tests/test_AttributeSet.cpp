@@ -1,3 +1,7 @@
+// Edits are checked against a vector of pairs by the containers program
+// (fuzz/containers_program.h, replayed in test_FuzzOpsRegressions.cpp);
+// here, nulls, matching and the XML text.
+
 #include <random>
 
 #include "foundation/AttributeSet.h"
@@ -16,63 +20,6 @@ TEST(AttributeSet, NullsAndIndexesOutOfRange) {
     EXPECT_FALSE(a.getAttribute(1, n, v));  // one past the end is out too
     EXPECT_TRUE(!a.nameAt(1) && !a.valueAt(1) && !a.valueAt(-1));
     EXPECT_EQ(a.indexOf(nullptr), -1);
-}
-
-// Every edit against a vector of pairs: duplicate names (lookups find the
-// first, removal takes the first), values around the inline room and past
-// the pool's blocks, copies and assignments, reserving and shrinking.
-TEST(AttributeSet, AgreesWithAVectorOfPairsUnderRandomEdits) {
-    std::mt19937 rng(9);
-    using Pairs = std::vector<std::pair<std::string, std::string>>;
-    auto find = [](const Pairs& m, const std::string& name) {
-        return std::find_if(m.begin(), m.end(), [&](const auto& p) { return p.first == name; });
-    };
-    for (int run = 0; run < 40; ++run) {
-        AttributeSet a;
-        Pairs model;
-        for (int step = 0; step < 200; ++step) {
-            const std::string name = "n" + std::to_string(rng() % 12);
-            const std::string value(rng() % 4 ? rng() % 12 : rng() % 600, 'a' + rng() % 26);
-            switch (rng() % 8) {
-                case 0:
-                case 1:
-                case 2:
-                    ASSERT_TRUE(a.addAttribute(name.c_str(), value.c_str()));
-                    model.emplace_back(name, value);
-                    break;
-                case 3:
-                    ASSERT_EQ(a.removeAttribute(name.c_str()), find(model, name) != model.end());
-                    if (find(model, name) != model.end()) model.erase(find(model, name));
-                    break;
-                case 4: {
-                    AttributeSet copy(a);
-                    a.clear();
-                    a = copy;
-                    break;
-                }
-                case 5:
-                    a.shrinkToFit();
-                    break;
-                case 6:
-                    ASSERT_TRUE(a.reserve(a.getSize() + 3, 100));
-                    break;
-                default:
-                    if (rng() % 8 == 0) {
-                        a.clear();
-                        model.clear();
-                    }
-            }
-            ASSERT_EQ(a.getSize(), static_cast<int>(model.size()));
-            for (size_t i = 0; i < model.size(); ++i) {
-                ASSERT_EQ(model[i].first, a.nameAt(static_cast<int>(i))) << step;
-                ASSERT_EQ(model[i].second, a.valueAt(static_cast<int>(i))) << step;
-            }
-            const auto hit = find(model, name);
-            ASSERT_EQ(a.indexOf(name.c_str()), hit == model.end() ? -1 : hit - model.begin());
-            ASSERT_EQ(a.hasAttrWithValue(name.c_str(), value.c_str()),
-                      hit != model.end() && hit->second == value);
-        }
-    }
 }
 
 TEST(AttributeSet, MatchingAndXml) {

@@ -1,8 +1,10 @@
-// Replays the operations and decoding fuzzers' seed corpora and saved
-// regression inputs through the same checks the fuzzers run.
+// Replays the operations, decoding and containers fuzzers' seed corpora and
+// saved regression inputs through the same checks the fuzzers run.
 
 #include <cstdint>
+#include <random>
 
+#include "fuzz/containers_program.h"
 #include "fuzz/decode_check.h"
 #include "fuzz/ops_program.h"
 #include "tests/TestSupport.h"
@@ -88,6 +90,24 @@ TEST(DecodeReplay, SeedCorpusAndSavedRegressions) {
     ASSERT_GE(filesIn(kFuzzDir + "corpus/decode/").size(), 5u);
     replayDecode(kFuzzDir + "corpus/decode/");
     replayDecode(kFuzzDir + "regressions/decode/");
+}
+
+// The seeds, and long programs of random bytes: edits of every kind on
+// texts, attribute sets, pointer arrays and the queue, checked against
+// std::string, a vector of pairs, std::vector and std::deque.
+TEST(ContainersReplay, SeedCorpusAndLongRandomPrograms) {
+    ASSERT_GE(filesIn(kFuzzDir + "corpus/containers/").size(), 5u);
+    for (const std::string& path : filesIn(kFuzzDir + "corpus/containers/")) {
+        const std::string bytes = readFile(path);
+        EXPECT_EQ(containersfuzz::check(dataOf(bytes), bytes.size()), "") << path;
+    }
+    std::mt19937 rng(5);
+    for (int run = 0; run < 40; ++run) {
+        std::string bytes(20000, '\0');
+        for (char& c : bytes)
+            c = static_cast<char>(rng());
+        EXPECT_EQ(containersfuzz::check(dataOf(bytes), bytes.size()), "") << "run " << run;
+    }
 }
 
 }  // namespace

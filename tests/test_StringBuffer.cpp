@@ -1,3 +1,7 @@
+// Edits are checked against std::string by the containers program
+// (fuzz/containers_program.h, replayed in test_FuzzOpsRegressions.cpp);
+// here, what a model cannot say.
+
 #include <climits>
 #include <random>
 
@@ -9,104 +13,6 @@ namespace {
 
 std::string text(const StringBuffer& sb) {
     return std::string(sb.getString(), sb.getSize());
-}
-
-// Every edit against a std::string, with texts that cross the inline room
-// (20 bytes), the pool's blocks (256) and malloc's, pieces of the text's
-// own bytes as arguments, and unchecked appends into reserved room; small
-// and large blocks come from different allocators, so a block given back to
-// the wrong one aborts outside sanitizer builds.
-TEST(StringBuffer, AgreesWithStdStringUnderRandomEdits) {
-    std::mt19937 rng(5);
-    auto randomText = [&] {
-        static const int kLengths[] = {0, 1, 3, 19, 20, 21, 40, 254, 255, 256, 300, 5000};
-        std::string t(static_cast<size_t>(kLengths[rng() % 12]), ' ');
-        for (char& c : t)
-            c = "ab&;x"[rng() % 5];
-        return t;
-    };
-    for (int run = 0; run < 300; ++run) {
-        StringBuffer sb;
-        std::string model;
-        for (int step = 0; step < 40; ++step) {
-            const std::string t = randomText();
-            const int size = sb.getSize();
-            const int at = size ? static_cast<int>(rng() % static_cast<unsigned>(size + 1)) : 0;
-            switch (rng() % 11) {
-                case 0:
-                    ASSERT_TRUE(sb.append(t.c_str()));
-                    model += t;
-                    break;
-                case 1:  // a piece of its own text while it may have to grow
-                    ASSERT_TRUE(sb.appendN(sb.getString() + at, size - at));
-                    model += model.substr(static_cast<size_t>(at));
-                    break;
-                case 2:
-                    ASSERT_TRUE(sb.prepend(t.c_str()));
-                    model = t + model;
-                    break;
-                case 3:
-                    ASSERT_TRUE(sb.prepend(sb.getString() + at));
-                    model = model.substr(static_cast<size_t>(at)) + model;
-                    break;
-                case 4:
-                    ASSERT_TRUE(sb.setString(at < size ? sb.pCharAt(at) : t.c_str()));
-                    model = at < size ? model.substr(static_cast<size_t>(at)) : t;
-                    break;
-                case 5: {
-                    const int n = at + static_cast<int>(rng() % 2) * 50;  // may be past the start
-                    sb.shorten(n);
-                    model.resize(model.size() - std::min(model.size(), static_cast<size_t>(n)));
-                    break;
-                }
-                case 6:
-                    sb.minimizeMemoryUsage();
-                    break;
-                case 7: {
-                    StringBuffer copy(sb);
-                    copy.append(t.c_str());
-                    sb = copy;
-                    model += t;
-                    break;
-                }
-                case 8:
-                    ASSERT_TRUE(sb.reserveMore(static_cast<int>(t.size()) + 1));
-                    sb.appendUnchecked(t.data(), static_cast<int>(t.size()));
-                    sb.appendCharUnchecked('!');
-                    model += t + "!";
-                    break;
-                case 9: {
-                    const std::string from = t.substr(0, 1 + rng() % 2),
-                                      to = randomText().substr(0, rng() % 4);
-                    if (from.empty()) break;
-                    std::string want;
-                    int count = 0;
-                    for (size_t pos = 0;;) {
-                        const size_t hit = model.find(from, pos);
-                        want += model.substr(pos, hit == std::string::npos ? hit : hit - pos);
-                        if (hit == std::string::npos) break;
-                        want += to;
-                        ++count;
-                        pos = hit + from.size();
-                    }
-                    ASSERT_EQ(sb.replaceAllOccurances(from.c_str(), to.c_str()), count);
-                    model = want;
-                    break;
-                }
-                default:
-                    ASSERT_TRUE(sb.appendCharN('c', at % 30));
-                    model.append(static_cast<size_t>(at % 30), 'c');
-            }
-            ASSERT_EQ(text(sb), model) << "run " << run << " step " << step;
-            ASSERT_EQ(sb.getString()[sb.getSize()], '\0');
-            ASSERT_EQ(sb.lastChar(), model.empty() ? '\0' : model.back());
-            ASSERT_EQ(sb.pCharAt(sb.getSize() + 1), nullptr);
-            if (model.size() > 20000) {
-                sb.clear();
-                model.clear();
-            }
-        }
-    }
 }
 
 // The counted constructor copies short texts with overlapping moves of its
