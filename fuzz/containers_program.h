@@ -2,7 +2,7 @@
 #define XMLTREE_FUZZ_CONTAINERS_PROGRAM_H
 
 // Reads a byte string as a program of edits on the foundation containers
-// (StringBuffer, AttributeSet, ExtPtrArray and the queue) and checks each
+// (StringBuffer, DataBuffer, AttributeSet, ExtPtrArray, the queue) and checks each
 // container against a standard-library model after every step. Shared by the
 // containers fuzzer and the test that replays its corpus.
 //
@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "foundation/AttributeSet.h"
+#include "foundation/DataBuffer.h"
 #include "foundation/ExtPtrArray.h"
 #include "foundation/StringBuffer.h"
 #include "foundation/mxQueue.h"
@@ -174,6 +175,49 @@ class Program {
         }
     }
 
+    // Bytes, NULs included; appends of the buffer's own bytes while it grows.
+    void editBytes(unsigned op, Reader& in) {
+        const std::string t = in.text() + std::string(in.byte() % 2, '\0');
+        const unsigned n = in.byte() % (static_cast<unsigned>(bytes_.size()) + 2);
+        switch (op % 7) {
+            case 0:
+            case 1:
+                expect(data_.append(t.data(), static_cast<unsigned>(t.size())), "append bytes");
+                bytes_ += t;
+                break;
+            case 2:
+                expect(data_.append(data_), "append itself");
+                bytes_ += bytes_;
+                break;
+            case 3:
+                data_.removeHead(n);
+                bytes_.erase(0, n);
+                break;
+            case 4:
+                data_.shorten(n);
+                bytes_.resize(bytes_.size() - std::min<size_t>(n, bytes_.size()));
+                break;
+            case 5: {
+                DataBuffer copy(data_), moved;
+                moved.takeData(copy);
+                expect(copy.getSize() == 0 && copy.getData2() == nullptr, "takeData empties");
+                data_ = moved;
+                break;
+            }
+            default:
+                expect(data_.appendChar(static_cast<unsigned char>(n)), "appendChar");
+                bytes_ += static_cast<char>(n);
+        }
+        const char* d = reinterpret_cast<const char*>(data_.getData2());
+        expect(data_.getSize() == bytes_.size() &&
+                   (bytes_.empty() || std::equal(bytes_.begin(), bytes_.end(), d)),
+               "bytes");
+        if (bytes_.size() > 50000) {
+            data_.clear();
+            bytes_.clear();
+        }
+    }
+
     void editAttributes(unsigned op, Reader& in) {
         const std::string name = "n" + std::to_string(in.byte() % 12);
         const std::string value = in.text();
@@ -297,6 +341,8 @@ class Program {
     std::string error_;
     StringBuffer sb_;
     std::string text_;
+    DataBuffer data_;
+    std::string bytes_;
     AttributeSet attrs_;
     std::vector<std::pair<std::string, std::string>> pairs_;
     ExtPtrArray array_;

@@ -1,3 +1,7 @@
+// Appends, removals and hand-overs are checked against std::string by the
+// containers program (fuzz/containers_program.h, replayed in
+// test_FuzzOpsRegressions.cpp); here, decoding and file loading.
+
 #include <cstdio>
 
 #include "foundation/DataBuffer.h"
@@ -5,30 +9,6 @@
 #include "tests/TestSupport.h"
 
 namespace {
-
-TEST(DataBuffer, AppendRemoveAndTake) {
-    DataBuffer d;
-    EXPECT_EQ(d.getData2(), nullptr);  // empty: no data at all
-    d.append("ab\0c", 4);
-    d.appendChar(0);
-    for (int i = 0; i < 3; ++i)
-        d.append(d);  // its own bytes while growing
-    d.removeHead(3);
-    d.shorten(1);
-    std::string eight;
-    for (int i = 0; i < 8; ++i)
-        eight.append("ab\0c\0", 5);
-    EXPECT_EQ(bytesOf(d), eight.substr(3, 36));
-    DataBuffer dst;
-    dst.append("old", 3);
-    dst.takeData(d);
-    EXPECT_EQ(bytesOf(dst).substr(0, 4), std::string("c\0ab", 4));
-    EXPECT_EQ(d.getData2(), nullptr);
-    d.append("k", 1);  // still usable
-    DataBuffer copy(dst);
-    copy = d;
-    EXPECT_EQ(bytesOf(copy), "k");
-}
 
 TEST(DataBuffer, Base64) {
     DataBuffer d;
