@@ -754,12 +754,38 @@ class OpsProgram {
         adopt(root);
     }
 
-    // The writer and the parser on whatever shape the edits left behind.
+    // The rules for one element, written the obvious recursive way (the
+    // program's trees stay small): what the writer's own walk must produce.
+    static void referenceWrite(TreeNode* node, StringBuffer& out, int index, int depth) {
+        if (index == 0) out.append("\r\n");
+        if (node->openTag(out, depth)) return;
+        node->outputContent(out);
+        ExtPtrArray* kids = node->getChildrenArray();
+        if (!kids) {
+            node->closeTag(out, out.lastChar() == '\n' ? depth : 0);
+            return;
+        }
+        for (int i = 0; i < kids->getSize(); ++i)
+            referenceWrite(static_cast<TreeNode*>(kids->elementAt(i)), out, i, depth + 1);
+        node->closeTag(out, depth);
+    }
+
+    // The writer and the parser on whatever shape the edits left behind; below
+    // the root (no prolog) the text is the reference's, at depths on both
+    // sides of the indentation cap.
     void opWriteAndReparse(ByteReader& in) {
         TreeNode* node = pickNode(in);
         if (!node) return;
-        StringBuffer xml;
-        node->createXML(xml, in.below(2), 0, in.below(2) != 0);
+        StringBuffer xml, expected;
+        const int index = in.below(2), depth = step_ % 60;
+        node->createXML(xml, index, node->getParent() ? depth : 0, in.below(2) != 0);
+        if (node->getParent()) {
+            referenceWrite(node, expected, index, depth);
+            if (xml.getSize() != expected.getSize() ||
+                std::memcmp(xml.getString(), expected.getString(),
+                            static_cast<size_t>(xml.getSize())))
+                fail(step_, "writer differs from the reference");
+        }
         TreeNode* copy = nullptr;
         TreeNode::customParseStringN(xml.getString(), xml.getSize(), nullptr, &copy,
                                      in.below(2) != 0);

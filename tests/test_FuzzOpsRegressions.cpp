@@ -40,10 +40,11 @@ TEST_F(OpsReplay, SeedCorpusAndSavedRegressions) {
     replay(kFuzzDir + "regressions/ops/");
 }
 
-TEST_F(OpsReplay, EveryOpcodeOnAGrownTree) {
-    // Each opcode in turn, repeated with varied operands, over a pool that
-    // the first bytes fill: a smoke run through every operation's path.
-    std::vector<uint8_t> program;
+// Each opcode in turn, repeated with varied operands, over a pool that the
+// first bytes fill; then programs of random bytes, which grow deeper and
+// wider trees than the seeds.
+TEST_F(OpsReplay, EveryOpcodeAndRandomPrograms) {
+    std::vector<uint8_t> program{0, 0, 0, 0};
     for (int i = 0; i < 40; ++i)
         program.insert(program.end(), {1, 1, 0, 0, 0, 0, 0, 0});
     for (int round = 0; round < 4; ++round) {
@@ -53,11 +54,16 @@ TEST_F(OpsReplay, EveryOpcodeOnAGrownTree) {
                 program.push_back(static_cast<uint8_t>(round * 37 + k * 11));
         }
     }
-    program.insert(program.begin(), {0, 0, 0, 0});
-    try {
-        opsfuzz::runProgram(program.data(), program.size());
-    } catch (const opsfuzz::CheckFailure& e) {
-        ADD_FAILURE() << e.what();
+    std::mt19937 rng(8);
+    for (int run = 0; run < 100; ++run) {
+        try {
+            opsfuzz::runProgram(program.data(), program.size());
+        } catch (const opsfuzz::CheckFailure& e) {
+            ADD_FAILURE() << "run " << run << ": " << e.what();
+        }
+        program.assign(20000, 0);
+        for (uint8_t& b : program)
+            b = static_cast<uint8_t>(rng());
     }
 }
 
