@@ -38,10 +38,24 @@ TEST(Extremes, MillionDeepDocument) {
         text += "<a>";
     for (int i = 0; i < kMillion; ++i)
         text += "</a>";
+    // Unfinished: without a complete root the chain is returned whole; after
+    // one, the parser releases it.
+    const std::string open = text.substr(0, 3u * kMillion);
+    TreeNode* chain = parseText(open);
+    ASSERT_NE(chain, nullptr);
+    int depth = 1;
+    for (TreeNode* n = chain; n->getNumChildren() == 1; n = n->getFirstChild())
+        ++depth;
+    EXPECT_EQ(depth, kMillion);
+    chain->deleteTree();
+    chain = parseText("<top/>" + open);
+    EXPECT_STREQ(chain->getTag(), "top");
+    chain->deleteTree();
+
     TreeNode* root = parseText(text);
     ASSERT_NE(root, nullptr);
 
-    int depth = 1;
+    depth = 1;
     TreeNode* leaf = root;
     while (leaf->getNumChildren() == 1) {
         leaf = leaf->getFirstChild();
@@ -104,16 +118,6 @@ std::string wideDocument(int n) {
     return text + "</r>";
 }
 
-void expectSiblingsFollowArray(TreeNode* parent) {
-    int n = parent->getNumChildren();
-    TreeNode* walk = parent->getFirstChild();
-    ASSERT_EQ(walk->getPrevSibling(), nullptr);
-    for (int i = 0; i < n; ++i, walk = walk->getNextSibling()) {
-        ASSERT_EQ(walk, parent->getChild(i)) << "sibling chain leaves the array at " << i;
-    }
-    EXPECT_EQ(walk, nullptr);
-}
-
 void expectOrdered(TreeNode* parent, bool byTag, bool ascending) {
     for (int i = 1; i < parent->getNumChildren(); ++i) {
         TreeNode* a = parent->getChild(i - 1);
@@ -131,7 +135,7 @@ TEST(Extremes, MillionSiblings) {
     ASSERT_NE(root, nullptr);
     ASSERT_EQ(root->getNumChildren(), kMillion);
     EXPECT_STREQ(root->getChild(kMillion - 1)->getTag(), "t81");  // 999999 * 7919 % 1000
-    expectSiblingsFollowArray(root);
+    EXPECT_TRUE(treeIsConsistent(root));
 
     StringBuffer out;
     root->createXML(out, 0, 0, true);
@@ -142,12 +146,12 @@ TEST(Extremes, MillionSiblings) {
 
     root->sortByTag(1, false);
     expectOrdered(root, true, true);
-    expectSiblingsFollowArray(root);
+    EXPECT_TRUE(treeIsConsistent(root));
     EXPECT_STREQ(root->getFirstChild()->getTag(), "t0");
 
     root->sortByContent(0, false);
     expectOrdered(root, false, false);
-    expectSiblingsFollowArray(root);
+    EXPECT_TRUE(treeIsConsistent(root));
     EXPECT_EQ(root->getNumChildren(), kMillion);
 
     TreeNode* last = root->getLastChild();

@@ -34,11 +34,6 @@ TEST(StringBuffer, ConstructorsFactoriesAndAssignment) {
     EXPECT_STREQ(StringBuffer("abcdef", 3, 20).getString(), "abc");
     std::string longText(100, 'q');
     EXPECT_EQ(StringBuffer(longText.c_str(), 40, 20).getSize(), 40);
-    StringBuffer reserved(10000);
-    EXPECT_EQ(reserved.getSize(), 0);
-    EXPECT_GE(reserved.getCapacity(), 10000);
-    std::unique_ptr<StringBuffer> made(StringBuffer::createNewSB("hello"));
-    EXPECT_STREQ(made->getString(), "hello");
     StringBuffer x("one"), y("a much longer text that lives on the heap");
     x = y;
     y = x;

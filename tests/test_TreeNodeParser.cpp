@@ -293,27 +293,6 @@ TEST(ParserEntry, OutRootLengthAndByteBuffers) {
     EXPECT_EQ(log.lines, Lines({"E:Failed to convert XML data to utf-8 internal representation"}));
 }
 
-TEST(ParserDepth, UnfinishedChainsAfterAndWithoutARoot) {
-    const int n = 100000;
-    std::string deep = "<top/>";
-    for (int i = 0; i < n; ++i)
-        deep += "<d>";
-    TreeNode* root = nullptr;
-    // The unfinished chain after a complete root is released by the parser.
-    ASSERT_TRUE(TreeNode::customParseStringN(deep.data(), static_cast<int>(deep.size()), nullptr,
-                                             &root, true));
-    EXPECT_STREQ(root->getTag(), "top");
-    root->deleteTree();
-    // Without a complete root, the chain is returned whole.
-    ASSERT_TRUE(TreeNode::customParseStringN(deep.data() + 6, static_cast<int>(deep.size()) - 6,
-                                             nullptr, &root, true));
-    int depth = 1;
-    for (TreeNode* x = root; x->getNumChildren() > 0; x = x->getChild(0))
-        ++depth;
-    EXPECT_EQ(depth, n);
-    root->deleteTree();
-}
-
 // Added after the sheets already there; text without a declaration first is
 // refused; only 15 characters are compared, so the blank after the name is
 // optional; a node outside any tree accepts and keeps nothing (ASan checks).
