@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "foundation/StringFunctions.h"
+#include "fuzz/tree_invariants.h"
 #include "xmltree/TreeNode.h"
 
 namespace opsfuzz {
@@ -817,55 +818,21 @@ class OpsProgram {
         std::unordered_set<const TreeNode*> seen;
         std::unordered_set<const TreeInfo*> infos;
         size_t heldSeen = 0;
+        // Every local count is ours: one per hold, one per pool root.
+        const auto ours = [&](TreeNode* n) -> std::string {
+            auto it = expected.find(n);
+            if (it != expected.end()) ++heldSeen;
+            const int want = it == expected.end() ? 0 : it->second;
+            return n->getLocalRefCount() == want ? "" : "localRefCount differs from ours";
+        };
         for (TreeNode* root : pool_) {
             TreeInfo* info = root->getTreeInfo();
-            if (!info || info->magic != kTreeMagicAlive) fail(step_, "root has no live record");
-            if (info->root != root) fail(step_, "record's root is not the root");
+            if (!info || info->root != root) fail(step_, "a pool tree's record has another root");
             if (!infos.insert(info).second) fail(step_, "two pool trees share a record");
-            if (root->getParent() || root->getPrevSibling() || root->getNextSibling())
-                fail(step_, "root has a parent or siblings");
-            int sum = checkTree(root, info, expected, seen, heldSeen);
-            if (info->refCount != sum) fail(step_, "tree refCount is not the sum of its nodes");
-            if (!root->verifyRefCounts()) fail(step_, "verifyRefCounts false");
+            const std::string problem = treecheck::problemIn(root, ours, &seen);
+            if (!problem.empty()) fail(step_, problem.c_str());
         }
         if (heldSeen != expected.size()) fail(step_, "a node we hold is in no pool tree");
-    }
-
-    int checkTree(TreeNode* root, TreeInfo* info,
-                  std::unordered_map<const TreeNode*, int>& expected,
-                  std::unordered_set<const TreeNode*>& seen, size_t& heldSeen) {
-        int sum = 0;
-        std::vector<TreeNode*> stack{root};
-        while (!stack.empty()) {
-            TreeNode* n = stack.back();
-            stack.pop_back();
-            if (n->getMagic() != kTreeMagicAlive) fail(step_, "node magic is not alive");
-            if (n->getTreeInfo() != info) fail(step_, "node points at another tree's record");
-            if (!seen.insert(n).second) fail(step_, "node reachable twice");
-            auto it = expected.find(n);
-            int want = it == expected.end() ? 0 : it->second;
-            if (it != expected.end()) ++heldSeen;
-            if (n->getLocalRefCount() != want) fail(step_, "localRefCount differs from ours");
-            sum += n->getLocalRefCount();
-            checkChildren(n, stack);
-        }
-        return sum;
-    }
-
-    void checkChildren(TreeNode* n, std::vector<TreeNode*>& stack) {
-        ExtPtrArray* kids = n->getChildrenArray();
-        int count = kids ? kids->getSize() : 0;
-        if (n->getNumChildren() != count) fail(step_, "getNumChildren differs from the array");
-        for (int i = 0; i < count; ++i) {
-            TreeNode* c = static_cast<TreeNode*>(kids->elementAt(i));
-            if (!c) fail(step_, "null slot in a children array");
-            if (c->getParent() != n) fail(step_, "child's parent is not its holder");
-            TreeNode* prev = i > 0 ? static_cast<TreeNode*>(kids->elementAt(i - 1)) : nullptr;
-            TreeNode* next = static_cast<TreeNode*>(kids->elementAt(i + 1));
-            if (c->getPrevSibling() != prev) fail(step_, "prevSibling differs from array order");
-            if (c->getNextSibling() != next) fail(step_, "nextSibling differs from array order");
-            stack.push_back(c);
-        }
     }
 
     std::vector<TreeNode*> pool_;

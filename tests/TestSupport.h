@@ -1,11 +1,10 @@
 #ifndef XMLTREE_TESTS_TESTSUPPORT_H
 #define XMLTREE_TESTS_TESTSUPPORT_H
 
-#include <dirent.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <sstream>
@@ -13,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "fuzz/tree_invariants.h"
 #include "xmltree/TreeNode.h"
 
 // Every message logged, in order, as "E:text" or "NV:name=value".
@@ -38,20 +38,15 @@ inline std::string readFile(const std::string& path) {
     return text.str();
 }
 
-// The regular files of `dir` (ending in '/') but dot files and README.md,
-// sorted so that a failure names the same input every run.
+// The regular files of `dir` but dot files and README.md, sorted so that a
+// failure names the same input every run.
 inline std::vector<std::string> filesIn(const std::string& dir) {
     std::vector<std::string> out;
-    if (DIR* d = opendir(dir.c_str())) {
-        while (dirent* e = readdir(d)) {
-            const std::string name = e->d_name, path = dir + name;
-            struct stat st;
-            if (name[0] == '.' || name == "README.md" || stat(path.c_str(), &st) != 0 ||
-                !S_ISREG(st.st_mode))
-                continue;
-            out.push_back(path);
-        }
-        closedir(d);
+    std::error_code missing;  // a missing directory has no files
+    for (const auto& e : std::filesystem::directory_iterator(dir, missing)) {
+        const std::string name = e.path().filename().string();
+        if (e.is_regular_file() && name[0] != '.' && name != "README.md")
+            out.push_back(e.path().string());
     }
     std::sort(out.begin(), out.end());
     return out;
@@ -85,36 +80,11 @@ inline std::string dump(TreeNode* n) {
     return s;
 }
 
-// Whole-tree invariants, walked with an explicit stack so deep trees work:
-// one shared record whose root points back, parent and sibling links that
-// match the children arrays, and the reference count equal to the sum.
+// The tree holding `anyNode` keeps its bookkeeping (fuzz/tree_invariants.h).
 inline ::testing::AssertionResult treeIsConsistent(TreeNode* anyNode) {
-    TreeInfo* info = anyNode ? anyNode->getTreeInfo() : nullptr;
-    TreeNode* root = info ? info->root : nullptr;
-    if (!root || root->getTreeInfo() != info || root->getParent() || root->getPrevSibling() ||
-        root->getNextSibling()) {
-        return ::testing::AssertionFailure() << "bad root or record";
-    }
-    std::vector<TreeNode*> stack{root};
-    while (!stack.empty()) {
-        TreeNode* node = stack.back();
-        stack.pop_back();
-        if (node->getMagic() != kTreeMagicAlive || node->getTreeInfo() != info) {
-            return ::testing::AssertionFailure() << "<" << node->getTag() << "> not in tree";
-        }
-        int n = node->getNumChildren();
-        for (int i = 0; i < n; ++i) {
-            TreeNode* c = node->getChild(i);
-            if (c->getParent() != node || c->getPrevSibling() != node->getChild(i - 1) ||
-                c->getNextSibling() != node->getChild(i + 1)) {
-                return ::testing::AssertionFailure()
-                       << "links of child " << i << " of <" << node->getTag() << ">";
-            }
-            stack.push_back(c);
-        }
-    }
-    if (!root->verifyRefCounts()) return ::testing::AssertionFailure() << "refCount off";
-    return ::testing::AssertionSuccess();
+    const std::string problem = treecheck::problemIn(anyNode);
+    if (problem.empty()) return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << problem;
 }
 
 // Children's tags joined with commas: "a,b,c".
