@@ -56,6 +56,15 @@ class TreeNodeLinks {
     static void destroyChildren(ExtPtrArray* kids);
 };
 
+// Inline: the parser makes one per element.
+inline bool TreeNode::makeTag(const char* text, int len) {
+    tag = new (tagSlot) StringBuffer(text, len, 0);
+    if (!tag->hasFailed()) return true;
+    tag->~StringBuffer();
+    tag = nullptr;
+    return false;
+}
+
 namespace treeinternal {
 
 // Adds the pair as TreeNode::addAttribute does (the name cleaned, a leading

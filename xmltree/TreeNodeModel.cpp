@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -13,7 +14,7 @@
 #include "xmltree/TreeInternal.h"
 #include "xmltree/TreeNode.h"
 
-static_assert(sizeof(void*) != 8 || sizeof(TreeNode) == 88,
+static_assert(sizeof(void*) != 8 || sizeof(TreeNode) == 136,
               "TreeNode grew: every element of every document pays for each byte");
 
 namespace {
@@ -278,8 +279,8 @@ StringBuffer* TreeNode::_getMyTagSB2() {
 void TreeNode::_setMyTag(const char* tagText) {
     if (!tag) {
         if (!tagText) return;
-        tag = StringBuffer::createNewSB(tagText);
-        if (!tag) return;
+        const std::size_t len = std::strlen(tagText);
+        if (len > INT_MAX - 1 || !makeTag(tagText, static_cast<int>(len))) return;
     } else {
         tag->setString(tagText ? tagText : "");
         tag->minimizeMemoryUsage();
@@ -293,7 +294,7 @@ void TreeNode::setTag(const char* tagText) {
 
 void TreeNode::_releaseMyTagSB() {
     if (tag && tag->isValidObject()) {
-        delete tag;
+        tag->~StringBuffer();
         tag = nullptr;
     }
 }

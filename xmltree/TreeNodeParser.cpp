@@ -284,12 +284,9 @@ TreeNode* TreeParser::newChild(const char* name, int len) {
     if (!cur->treeInfo) return nullptr;
     TreeNode* node = new (std::nothrow) TreeNode();
     if (!node) return nullptr;
-    if (len > 0) {
-        node->tag = new (std::nothrow) StringBuffer(name, len, 0);
-        if (!node->tag || node->tag->hasFailed()) {
-            delete node;
-            return nullptr;
-        }
+    if (len > 0 && !node->makeTag(name, len)) {
+        delete node;
+        return nullptr;
     }
     if (!TreeNodeLinks::linkLast(cur, node)) {
         delete node;
