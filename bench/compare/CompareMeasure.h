@@ -89,11 +89,13 @@ inline size_t objectBytes(const T* p) {
     return SmallObjectPool::enabled() ? SmallObjectPool::blockBytes(sizeof(T)) : chunkBytes(p);
 }
 
+// A tag buffer lives inside its node (objectBytes of the node counts it):
+// only a text too long for its own bytes adds to it.
 inline void addBufferBytes(const StringBuffer* sb, size_t& count, size_t& bytes,
-                           size_t& heapTexts) {
+                           size_t& heapTexts, bool insideNode = false) {
     if (!sb) return;
     ++count;
-    bytes += objectBytes(sb);
+    if (!insideNode) bytes += objectBytes(sb);
     const size_t cap = static_cast<size_t>(sb->getCapacity());
     if (cap > static_cast<size_t>(StringBuffer::kInlineCapacity)) {
         // Texts that fit the pool's largest block live in the pool.
@@ -113,7 +115,7 @@ inline HeapBreakdown breakDown(TreeNode* root) {
         stack.pop_back();
         ++b.nodes;
         b.nodeBytes += objectBytes(node);
-        addBufferBytes(node->_getMyTagSB2(), b.tags, b.tagBytes, b.tagHeapTexts);
+        addBufferBytes(node->_getMyTagSB2(), b.tags, b.tagBytes, b.tagHeapTexts, true);
         addBufferBytes(node->getContentSb_const(), b.contents, b.contentBytes, b.contentHeapTexts);
         if (AttributeSet* attrs = node->getAttributeSet()) {
             ++b.attrSets;
