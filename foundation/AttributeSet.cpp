@@ -1,10 +1,15 @@
 #include "foundation/AttributeSet.h"
 
+#include <array>
+#include <new>
+#include <utility>
+
 #include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
 
+#include "foundation/AttributeSetRoom.h"
 #include "foundation/ByteScan.h"
 #include "foundation/MemoryHook.h"
 #include "foundation/SmallObjectPool.h"
@@ -37,8 +42,58 @@ XMLTREE_SMALL_OBJECT_POOLED_DEFINE(AttributeSet)
 static_assert(sizeof(void*) != 8 || sizeof(AttributeSet) == 56,
               "AttributeSet grew: most elements with attributes hold one");
 
-AttributeSet::AttributeSet()
-    : m_block(m_inline), m_blockCap(kInlineBytes), m_arenaSize(0), m_count(0) {}
+// ---- sets with room ------------------------------------------------------
+
+// A set followed in its block by Room more bytes, which the set takes as the
+// continuation of its inline storage; one class per size, so that deleting
+// it through its virtual destructor frees a block of the size it was made.
+template <std::size_t Room>
+class AttributeSetRoom::Sized final : public AttributeSet {
+  public:
+    Sized() : AttributeSet(static_cast<uint32_t>(Room)) {}
+    static AttributeSet* make() { return new (std::nothrow) Sized(); }
+    char room[Room];  // read and written as the base's inline storage
+};
+
+namespace {
+
+constexpr std::size_t kRoomGrain = 8;
+constexpr std::size_t kRoomSizes =
+    (SmallObjectPool::kMaxBlock - sizeof(AttributeSet)) / kRoomGrain;
+
+}  // namespace
+
+// The room lies straight after the base, where its inline storage ends.
+template <std::size_t... I>
+constexpr auto AttributeSetRoom::makers(std::index_sequence<I...>) {
+    static_assert(((sizeof(Sized<(I + 1) * kRoomGrain>) ==
+                    sizeof(AttributeSet) + (I + 1) * kRoomGrain) &&
+                   ...),
+                  "the room must continue the inline storage");
+    return std::array<AttributeSet* (*)(), sizeof...(I)>{{&Sized<(I + 1) * kRoomGrain>::make...}};
+}
+
+AttributeSet* AttributeSetRoom::create(int count, std::size_t textBytes) {
+    static constexpr auto kMakers = makers(std::make_index_sequence<kRoomSizes>());
+    const std::size_t needed =
+        count > 0 ? static_cast<std::size_t>(count) * (sizeof(AttributeSet::Entry) + 2) + textBytes
+                  : 0;
+    if (needed <= AttributeSet::kInlineBytes || needed - AttributeSet::kInlineBytes >
+                                                    kRoomSizes * kRoomGrain) {
+        return new (std::nothrow) AttributeSet();
+    }
+    const std::size_t room = needed - AttributeSet::kInlineBytes;
+    return kMakers[(room + kRoomGrain - 1) / kRoomGrain - 1]();
+}
+
+AttributeSet::AttributeSet() : AttributeSet(0) {}
+
+AttributeSet::AttributeSet(uint32_t room)
+    : m_block(m_inline),
+      m_blockCap(kInlineBytes + room),
+      m_arenaSize(0),
+      m_count(0),
+      m_inlineCap(kInlineBytes + room) {}
 
 AttributeSet::AttributeSet(const AttributeSet& other) : AttributeSet() { copyFrom(other); }
 
@@ -53,11 +108,11 @@ AttributeSet::~AttributeSet() {
 
 bool AttributeSet::moveToBlock(uint32_t newCap) {
     char* block = m_inline;
-    if (newCap > kInlineBytes) {
+    if (newCap > m_inlineCap) {
         block = newBlock(newCap);
         if (!block) return false;
     } else {
-        newCap = kInlineBytes;
+        newCap = m_inlineCap;
         if (m_block == m_inline) return true;
     }
     // Offsets count from the block's end, so the texts keep them when they
@@ -73,8 +128,8 @@ bool AttributeSet::moveToBlock(uint32_t newCap) {
 bool AttributeSet::copyFrom(const AttributeSet& other) {
     const uint32_t used = other.usedBytes();
     char* block = m_inline;
-    uint32_t cap = kInlineBytes;
-    if (used > kInlineBytes) {
+    uint32_t cap = m_inlineCap;
+    if (used > m_inlineCap) {
         if (m_block != m_inline && m_blockCap >= used) {
             block = m_block;  // reuse our own heap block
             cap = m_blockCap;

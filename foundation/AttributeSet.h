@@ -102,10 +102,16 @@ public:
     bool moveToBlock(uint32_t newCap);  // re-lays the pairs out in a block of newCap bytes
     bool copyFrom(const AttributeSet& other);
 
+    // For sets made with room (AttributeSetRoom.h, internal): the object is
+    // followed in its block by `room` more bytes, which continue m_inline.
+    friend class AttributeSetRoom;
+    explicit AttributeSet(uint32_t room);
+
     char* m_block;         // m_inline or a malloc'd block of m_blockCap bytes
     uint32_t m_blockCap;
     uint32_t m_arenaSize;  // bytes of text at the block's end
     int m_count;
+    uint32_t m_inlineCap;  // bytes from m_inline on that the object holds
     alignas(8) char m_inline[kInlineBytes];
 };
 

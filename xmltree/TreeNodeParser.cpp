@@ -9,6 +9,7 @@
 #include <cstring>
 #include <new>
 
+#include "foundation/AttributeSetRoom.h"
 #include "foundation/ByteScan.h"
 #include "xmltree/TreeParser.h"
 
@@ -390,7 +391,7 @@ bool TreeParser::flushAttributes(TreeNode* node) {
     size_t bytes = 0;
     for (int i = 0; i < n; ++i)
         bytes += static_cast<size_t>(pending[i].nameLen) + static_cast<size_t>(pending[i].valueLen);
-    if (!node->attributes) node->attributes = new (std::nothrow) AttributeSet();
+    if (!node->attributes) node->attributes = AttributeSetRoom::create(n, bytes);
     AttributeSet* set = node->attributes;
     if (!set || !set->reserve(n, bytes)) return false;
     for (int i = 0; i < n; ++i) {
