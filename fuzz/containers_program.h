@@ -17,11 +17,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "foundation/AttributeSet.h"
+#include "foundation/AttributeSetRoom.h"
 #include "foundation/DataBuffer.h"
 #include "foundation/ExtPtrArray.h"
 #include "foundation/StringBuffer.h"
@@ -229,46 +231,50 @@ class Program {
             case 0:
             case 1:
             case 2:
-                expect(attrs_.addAttribute(name.c_str(), value.c_str()), "addAttribute");
+                expect(attrs_->addAttribute(name.c_str(), value.c_str()), "addAttribute");
                 pairs_.emplace_back(name, value);
                 break;
             case 3: {
                 const bool present = first() != pairs_.end();
-                expect(attrs_.removeAttribute(name.c_str()) == present, "removeAttribute");
+                expect(attrs_->removeAttribute(name.c_str()) == present, "removeAttribute");
                 if (present) pairs_.erase(first());  // the first of that name
                 break;
             }
             case 4: {
-                AttributeSet copy(attrs_);
-                attrs_.clear();
-                attrs_ = copy;
+                AttributeSet copy(*attrs_);
+                attrs_->clear();
+                *attrs_ = copy;
                 break;
             }
             case 5:
-                attrs_.shrinkToFit();
+                attrs_->shrinkToFit();
                 break;
             case 6:
-                expect(attrs_.reserve(attrs_.getSize() + 3, 100), "reserve");
+                expect(attrs_->reserve(attrs_->getSize() + 3, 100), "reserve");
                 break;
             default:
-                if (op % 16 == 7) {
-                    attrs_.clear();
+                if (op % 16 == 7) {  // a new set, made with room as the parser makes them
+                    const unsigned k = in.byte();
+                    AttributeSet* fresh = AttributeSetRoom::create(static_cast<int>(k % 8), k * 3 % 250);
+                    expect(fresh != nullptr, "a set with room");
+                    if (fresh) attrs_.reset(fresh);
+                    attrs_->clear();
                     pairs_.clear();
                 }
         }
-        expect(attrs_.getSize() == static_cast<int>(pairs_.size()), "attribute count");
+        expect(attrs_->getSize() == static_cast<int>(pairs_.size()), "attribute count");
         for (size_t i = 0; i < pairs_.size() && error_.empty(); ++i) {
-            expect(pairs_[i].first == attrs_.nameAt(static_cast<int>(i)), "attribute name");
-            expect(pairs_[i].second == attrs_.valueAt(static_cast<int>(i)), "attribute value");
+            expect(pairs_[i].first == attrs_->nameAt(static_cast<int>(i)), "attribute name");
+            expect(pairs_[i].second == attrs_->valueAt(static_cast<int>(i)), "attribute value");
         }
         const auto hit = first();
-        expect(attrs_.indexOf(name.c_str()) == (hit == pairs_.end() ? -1 : hit - pairs_.begin()),
+        expect(attrs_->indexOf(name.c_str()) == (hit == pairs_.end() ? -1 : hit - pairs_.begin()),
                "indexOf finds the first");
-        expect(attrs_.hasAttrWithValue(name.c_str(), value.c_str()) ==
+        expect(attrs_->hasAttrWithValue(name.c_str(), value.c_str()) ==
                    (hit != pairs_.end() && hit->second == value),
                "hasAttrWithValue");
         if (pairs_.size() > 300) {
-            attrs_.clear();
+            attrs_->clear();
             pairs_.clear();
         }
     }
@@ -343,7 +349,7 @@ class Program {
     std::string text_;
     DataBuffer data_;
     std::string bytes_;
-    AttributeSet attrs_;
+    std::unique_ptr<AttributeSet> attrs_{new AttributeSet()};
     std::vector<std::pair<std::string, std::string>> pairs_;
     ExtPtrArray array_;
     std::vector<void*> slots_;
