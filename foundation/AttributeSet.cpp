@@ -1,15 +1,11 @@
 #include "foundation/AttributeSet.h"
 
-#include <array>
-#include <new>
-#include <utility>
 
 #include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
 
-#include "foundation/AttributeSetRoom.h"
 #include "foundation/ByteScan.h"
 #include "foundation/MemoryHook.h"
 #include "foundation/SmallObjectPool.h"
@@ -42,49 +38,6 @@ XMLTREE_SMALL_OBJECT_POOLED_DEFINE(AttributeSet)
 static_assert(sizeof(void*) != 8 || sizeof(AttributeSet) == 56,
               "AttributeSet grew: most elements with attributes hold one");
 
-// ---- sets with room ------------------------------------------------------
-
-// A set followed in its block by Room more bytes, which the set takes as the
-// continuation of its inline storage; one class per size, so that deleting
-// it through its virtual destructor frees a block of the size it was made.
-template <std::size_t Room>
-class AttributeSetRoom::Sized final : public AttributeSet {
-  public:
-    Sized() : AttributeSet(static_cast<uint32_t>(Room)) {}
-    static AttributeSet* make() { return new (std::nothrow) Sized(); }
-    char room[Room];  // read and written as the base's inline storage
-};
-
-namespace {
-
-constexpr std::size_t kRoomGrain = 8;
-constexpr std::size_t kRoomSizes =
-    (SmallObjectPool::kMaxBlock - sizeof(AttributeSet)) / kRoomGrain;
-
-}  // namespace
-
-// The room lies straight after the base, where its inline storage ends.
-template <std::size_t... I>
-constexpr auto AttributeSetRoom::makers(std::index_sequence<I...>) {
-    static_assert(((sizeof(Sized<(I + 1) * kRoomGrain>) ==
-                    sizeof(AttributeSet) + (I + 1) * kRoomGrain) &&
-                   ...),
-                  "the room must continue the inline storage");
-    return std::array<AttributeSet* (*)(), sizeof...(I)>{{&Sized<(I + 1) * kRoomGrain>::make...}};
-}
-
-AttributeSet* AttributeSetRoom::create(int count, std::size_t textBytes) {
-    static constexpr auto kMakers = makers(std::make_index_sequence<kRoomSizes>());
-    const std::size_t needed =
-        count > 0 ? static_cast<std::size_t>(count) * (sizeof(AttributeSet::Entry) + 2) + textBytes
-                  : 0;
-    if (needed <= AttributeSet::kInlineBytes || needed - AttributeSet::kInlineBytes >
-                                                    kRoomSizes * kRoomGrain) {
-        return new (std::nothrow) AttributeSet();
-    }
-    const std::size_t room = needed - AttributeSet::kInlineBytes;
-    return kMakers[(room + kRoomGrain - 1) / kRoomGrain - 1]();
-}
 
 AttributeSet::AttributeSet() : AttributeSet(0) {}
 

@@ -7,6 +7,9 @@
 #include "foundation/PooledObject.h"
 
 class StringBuffer;
+namespace xmltree {
+class WithRoom;
+}
 
 // The ordered attributes of one element: name/value pairs, indexed from 0 in
 // the order they were added. Names compare exactly (case-sensitive); a
@@ -102,9 +105,9 @@ public:
     bool moveToBlock(uint32_t newCap);  // re-lays the pairs out in a block of newCap bytes
     bool copyFrom(const AttributeSet& other);
 
-    // For sets made with room (AttributeSetRoom.h, internal): the object is
-    // followed in its block by `room` more bytes, which continue m_inline.
-    friend class AttributeSetRoom;
+    // For sets made with room (foundation/WithRoom.h, internal): the object
+    // is followed in its block by `room` more bytes, which continue m_inline.
+    friend class xmltree::WithRoom;
     explicit AttributeSet(uint32_t room);
 
     char* m_block;         // m_inline or a malloc'd block of m_blockCap bytes

@@ -7,6 +7,9 @@
 #include "foundation/PooledObject.h"
 
 class ExtPtrArray;
+namespace xmltree {
+class WithRoom;
+}
 
 // A growable byte string, always NUL-terminated. Sizes and indexes count
 // bytes; the class does no character decoding (the tree keeps UTF-8 in it).
@@ -219,6 +222,11 @@ public:
 
 private:
     friend class TextTransfer;
+    // For buffers made with room (foundation/WithRoom.h, internal): the
+    // object is followed in its block by `room` more bytes, which continue
+    // m_inline; it holds the n bytes at s there.
+    friend class xmltree::WithRoom;
+    StringBuffer(uint32_t room, const char* s, int n);
     static constexpr uint8_t kAliveMark = 0xA7;
     static constexpr uint8_t kDeadMark = 0x31;
 

@@ -23,7 +23,7 @@
 #include <vector>
 
 #include "foundation/AttributeSet.h"
-#include "foundation/AttributeSetRoom.h"
+#include "foundation/WithRoom.h"
 #include "foundation/DataBuffer.h"
 #include "foundation/ExtPtrArray.h"
 #include "foundation/StringBuffer.h"
@@ -40,9 +40,9 @@ class Reader {
     // Lengths around the inline room (20 and 24 bytes), the pool's largest
     // block (256) and beyond.
     std::string text() {
-        static const int kLengths[] = {0, 1, 3, 19, 20, 21, 24, 40, 254, 255, 256, 300, 5000};
+        static const int kLengths[] = {0, 1, 3, 19, 20, 21, 24, 40, 228, 229, 254, 255, 256, 300, 5000};
         const unsigned pick = byte();
-        return std::string(static_cast<size_t>(kLengths[pick % 13]), "ab&;x"[(pick / 13) % 5]);
+        return std::string(static_cast<size_t>(kLengths[pick % 15]), "ab&;x"[(pick / 15) % 5]);
     }
 
   private:
@@ -110,69 +110,76 @@ class Program {
 
     void editText(unsigned op, Reader& in) {
         const std::string t = in.text();
-        const int size = sb_.getSize();
+        const int size = sb_->getSize();
         const int at = static_cast<int>(in.byte() % static_cast<unsigned>(size + 1));
         switch (op % 11) {
             case 0:
-                expect(sb_.append(t.c_str()), "append");
+                expect(sb_->append(t.c_str()), "append");
                 text_ += t;
                 break;
             case 1:  // a piece of its own text, while it may have to grow
-                expect(sb_.appendN(sb_.getString() + at, size - at), "appendN");
+                expect(sb_->appendN(sb_->getString() + at, size - at), "appendN");
                 text_ += text_.substr(static_cast<size_t>(at));
                 break;
             case 2:
-                expect(sb_.prepend(t.c_str()), "prepend");
+                expect(sb_->prepend(t.c_str()), "prepend");
                 text_ = t + text_;
                 break;
             case 3:
-                expect(sb_.prepend(sb_.getString() + at), "prepend own");
+                expect(sb_->prepend(sb_->getString() + at), "prepend own");
                 text_ = text_.substr(static_cast<size_t>(at)) + text_;
                 break;
             case 4:
-                expect(sb_.setString(at < size ? sb_.pCharAt(at) : t.c_str()), "setString");
+                expect(sb_->setString(at < size ? sb_->pCharAt(at) : t.c_str()), "setString");
                 text_ = at < size ? text_.substr(static_cast<size_t>(at)) : t;
                 break;
             case 5: {
                 const int n = at + static_cast<int>(in.byte() % 2) * 50;  // may pass the start
-                sb_.shorten(n);
+                sb_->shorten(n);
                 text_.resize(text_.size() - std::min(text_.size(), static_cast<size_t>(n)));
                 break;
             }
             case 6:
-                sb_.minimizeMemoryUsage();
+                if (op & 16) {  // a new buffer, made with room as the parser makes them
+                    StringBuffer* fresh = xmltree::WithRoom::text(t.data(), static_cast<int>(t.size()));
+                    expect(fresh != nullptr, "a buffer with room");
+                    if (!fresh) break;
+                    sb_.reset(fresh);
+                    text_ = t;
+                }
+                sb_->minimizeMemoryUsage();
                 break;
             case 7: {
-                StringBuffer copy(sb_);
+                StringBuffer copy(*sb_);
                 copy.append(t.c_str());
-                sb_ = copy;
+                *sb_ = copy;
                 text_ += t;
                 break;
             }
             case 8:
-                expect(sb_.reserveMore(static_cast<int>(t.size()) + 1), "reserveMore");
-                sb_.appendUnchecked(t.data(), static_cast<int>(t.size()));
-                sb_.appendCharUnchecked('!');
+                expect(sb_->reserveMore(static_cast<int>(t.size()) + 1), "reserveMore");
+                sb_->appendUnchecked(t.data(), static_cast<int>(t.size()));
+                sb_->appendCharUnchecked('!');
                 text_ += t + "!";
                 break;
             case 9: {
                 const std::string from = t.substr(0, 1 + in.byte() % 2);
                 const std::string to = in.text().substr(0, in.byte() % 4);
                 if (from.empty()) break;
-                const int count = sb_.replaceAllOccurances(from.c_str(), to.c_str());
+                const int count = sb_->replaceAllOccurances(from.c_str(), to.c_str());
                 expect(count == replaceAll(text_, from, to), "replaceAllOccurances count");
                 break;
             }
             default:
-                expect(sb_.appendCharN('c', at % 30), "appendCharN");
+                expect(sb_->appendCharN('c', at % 30), "appendCharN");
                 text_.append(static_cast<size_t>(at % 30), 'c');
         }
-        expect(std::string(sb_.getString(), static_cast<size_t>(sb_.getSize())) == text_, "text");
-        expect(sb_.getString()[sb_.getSize()] == '\0', "terminator");
-        expect(sb_.lastChar() == (text_.empty() ? '\0' : text_.back()), "lastChar");
-        expect(sb_.pCharAt(sb_.getSize() + 1) == nullptr, "pCharAt past the end");
+        expect(std::string(sb_->getString(), static_cast<size_t>(sb_->getSize())) == text_, "text");
+        expect(sb_->getString()[sb_->getSize()] == '\0', "terminator");
+        expect(sb_->lastChar() == (text_.empty() ? '\0' : text_.back()), "lastChar");
+        expect(sb_->pCharAt(sb_->getSize() + 1) == nullptr, "pCharAt past the end");
         if (text_.size() > 20000) {
-            sb_.clear();
+            sb_->clear();
             text_.clear();
         }
     }
@@ -255,7 +262,7 @@ class Program {
             default:
                 if (op % 16 == 7) {  // a new set, made with room as the parser makes them
                     const unsigned k = in.byte();
-                    AttributeSet* fresh = AttributeSetRoom::create(static_cast<int>(k % 8), k * 3 % 250);
+                    AttributeSet* fresh = xmltree::WithRoom::attributeSet(static_cast<int>(k % 8), k * 3 % 250);
                     expect(fresh != nullptr, "a set with room");
                     if (fresh) attrs_.reset(fresh);
                     attrs_->clear();
@@ -345,7 +352,7 @@ class Program {
 
     size_t step_ = 0;
     std::string error_;
-    StringBuffer sb_;
+    std::unique_ptr<StringBuffer> sb_{new StringBuffer()};
     std::string text_;
     DataBuffer data_;
     std::string bytes_;

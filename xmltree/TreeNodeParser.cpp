@@ -9,7 +9,7 @@
 #include <cstring>
 #include <new>
 
-#include "foundation/AttributeSetRoom.h"
+#include "foundation/WithRoom.h"
 #include "foundation/ByteScan.h"
 #include "xmltree/TreeParser.h"
 
@@ -171,7 +171,7 @@ bool TreeParser::appendText(const char* run, int len) {
     int from = 0;
     if (!sb) {
         if (trim) {
-            sb = new (std::nothrow) StringBuffer(run, len, 20);
+            sb = xmltree::WithRoom::text(run, len);
         } else {
             sb = StringBuffer::createNewSB();
             if (sb) {
@@ -391,7 +391,7 @@ bool TreeParser::flushAttributes(TreeNode* node) {
     size_t bytes = 0;
     for (int i = 0; i < n; ++i)
         bytes += static_cast<size_t>(pending[i].nameLen) + static_cast<size_t>(pending[i].valueLen);
-    if (!node->attributes) node->attributes = AttributeSetRoom::create(n, bytes);
+    if (!node->attributes) node->attributes = xmltree::WithRoom::attributeSet(n, bytes);
     AttributeSet* set = node->attributes;
     if (!set || !set->reserve(n, bytes)) return false;
     for (int i = 0; i < n; ++i) {

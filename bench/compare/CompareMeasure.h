@@ -90,20 +90,31 @@ inline size_t objectBytes(const T* p) {
 }
 
 // A tag buffer lives inside its node (objectBytes of the node counts it):
-// only a text too long for its own bytes adds to it.
+// only a text too long for its own bytes adds to it. A text inside its
+// buffer object with more room than the object's own bytes is a buffer the
+// parser made with room after it, in the same block.
 inline void addBufferBytes(const StringBuffer* sb, size_t& count, size_t& bytes,
                            size_t& heapTexts, bool insideNode = false) {
     if (!sb) return;
     ++count;
-    if (!insideNode) bytes += objectBytes(sb);
     const size_t cap = static_cast<size_t>(sb->getCapacity());
-    if (cap > static_cast<size_t>(StringBuffer::kInlineCapacity)) {
-        // Texts that fit the pool's largest block live in the pool.
-        ++heapTexts;
-        bytes += SmallObjectPool::enabled() && cap < SmallObjectPool::kMaxBlock
-                     ? SmallObjectPool::blockBytes(cap + 1)
-                     : chunkBytes(sb->getString());
+    const size_t inlineCap = static_cast<size_t>(StringBuffer::kInlineCapacity);
+    const char* object = reinterpret_cast<const char*>(sb);
+    const char* text = sb->getString();
+    if (text > object && text < object + sizeof(StringBuffer)) {
+        if (!insideNode) {
+            bytes += cap > inlineCap && SmallObjectPool::enabled()
+                         ? SmallObjectPool::blockBytes(sizeof(StringBuffer) + cap - inlineCap)
+                         : objectBytes(sb);
+        }
+        return;
     }
+    if (!insideNode) bytes += objectBytes(sb);
+    // Texts that fit the pool's largest block live in the pool.
+    ++heapTexts;
+    bytes += SmallObjectPool::enabled() && cap < SmallObjectPool::kMaxBlock
+                 ? SmallObjectPool::blockBytes(cap + 1)
+                 : chunkBytes(text);
 }
 
 inline HeapBreakdown breakDown(TreeNode* root) {

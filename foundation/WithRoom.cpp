@@ -1,0 +1,73 @@
+#include "foundation/WithRoom.h"
+
+#include <array>
+#include <cstdint>
+#include <new>
+
+#include "foundation/AttributeSet.h"
+#include "foundation/SmallObjectPool.h"
+#include "foundation/StringBuffer.h"
+
+namespace xmltree {
+
+namespace {
+
+constexpr std::size_t kGrain = 8;
+// The most room that keeps a Base and its room in one pool block.
+template <class Base>
+constexpr std::size_t kMaxRoom = (SmallObjectPool::kMaxBlock - sizeof(Base)) / kGrain * kGrain;
+
+}  // namespace
+
+// A Base followed in its block by Bytes more bytes, which Base takes as the
+// continuation of its inline storage (its last member, ending where the
+// object ends). One class per size, so that deleting one through Base's
+// virtual destructor frees a block of the size it was made.
+template <class Base, std::size_t Bytes>
+class WithRoom::Sized final : public Base {
+  public:
+    template <class... Args>
+    explicit Sized(Args... args) : Base(static_cast<std::uint32_t>(Bytes), args...) {}
+    char room[Bytes];  // read and written through Base's inline storage
+};
+
+// The makers of Sized<Base, 8>, Sized<Base, 16>, ... as a table.
+template <class Base, class... Args, std::size_t... I>
+constexpr auto WithRoom::makers(std::index_sequence<I...>) {
+    static_assert(((sizeof(Sized<Base, (I + 1) * kGrain>) == sizeof(Base) + (I + 1) * kGrain) &&
+                   ...),
+                  "the room must follow the object");
+    return std::array<Base* (*)(Args...), sizeof...(I)>{{[](Args... args) -> Base* {
+        return new (std::nothrow) Sized<Base, (I + 1) * kGrain>(args...);
+    }...}};
+}
+
+// A Base with at least `bytes` (1 to kMaxRoom<Base>) of room.
+template <class Base, class... Args>
+Base* WithRoom::make(std::size_t bytes, Args... args) {
+    static constexpr auto kMakers =
+        makers<Base, Args...>(std::make_index_sequence<kMaxRoom<Base> / kGrain>());
+    return kMakers[(bytes + kGrain - 1) / kGrain - 1](args...);
+}
+
+AttributeSet* WithRoom::attributeSet(int count, std::size_t textBytes) {
+    const std::size_t inline_ = AttributeSet::kInlineBytes;
+    const std::size_t needed =
+        count > 0 ? static_cast<std::size_t>(count) * (sizeof(AttributeSet::Entry) + 2) + textBytes
+                  : 0;
+    if (needed <= inline_ || needed - inline_ > kMaxRoom<AttributeSet>) {
+        return new (std::nothrow) AttributeSet();
+    }
+    return make<AttributeSet>(needed - inline_);
+}
+
+StringBuffer* WithRoom::text(const char* s, int n) {
+    const std::size_t inline_ = StringBuffer::kInlineCapacity;
+    const std::size_t len = n > 0 ? static_cast<std::size_t>(n) : 0;
+    if (len <= inline_ || len - inline_ > kMaxRoom<StringBuffer>) {
+        return new (std::nothrow) StringBuffer(s, n, 0);
+    }
+    return make<StringBuffer>(len - inline_, s, n);
+}
+
+}  // namespace xmltree
