@@ -294,7 +294,7 @@ void TreeNode::setTag(const char* tagText) {
 
 void TreeNode::_releaseMyTagSB() {
     if (tag && tag->isValidObject()) {
-        tag->~StringBuffer();
+        tag->StringBuffer::~StringBuffer();  // always exactly a StringBuffer: no virtual call
         tag = nullptr;
     }
 }
