@@ -19,7 +19,9 @@ class WithRoom;
 // from its start and the "name\0value\0" texts grow down from its end. A
 // small block lives inside the object, so a set of one or two short
 // attributes costs no allocation beyond the set itself; a larger one takes
-// one heap block that grows geometrically. Copying copies the pairs.
+// one heap block that grows geometrically (sets the parser makes hold all
+// of their tag's pairs in room after the object, in the same block, until
+// they outgrow it). Copying copies the pairs.
 // Nothing here throws; when memory runs out a call returns false and the set
 // is unchanged.
 class AttributeSet {

@@ -16,7 +16,9 @@ class WithRoom;
 //
 // Layout: texts of up to kInlineCapacity bytes live inside the object, so a
 // short tag or content needs no second allocation. Longer texts live in a
-// malloc'd block that grows geometrically. The object is exactly 48 bytes.
+// malloc'd block that grows geometrically. The object is exactly 48 bytes;
+// the parser makes content buffers whose text continues into room right
+// after the object, in the same block, until it outgrows it.
 //
 // Nothing here throws. When memory runs out, or a text would grow past
 // INT_MAX - 1 bytes, a modifying call returns false, leaves the text as it
