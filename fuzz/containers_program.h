@@ -159,8 +159,11 @@ class Program {
             case 8:
                 expect(sb_->reserveMore(static_cast<int>(t.size()) + 1), "reserveMore");
                 sb_->appendUnchecked(t.data(), static_cast<int>(t.size()));
-                sb_->appendCharUnchecked('!');
-                text_ += t + "!";
+                text_ += t;
+                if (op & 16) {  // each ends the text on its own
+                    sb_->appendCharUnchecked('!');
+                    text_ += "!";
+                }
                 break;
             case 9: {
                 const std::string from = t.substr(0, 1 + in.byte() % 2);

@@ -56,4 +56,20 @@ TEST(DataBuffer, LoadFile) {
     EXPECT_FALSE(d.loadFileUtf8("/tmp", nullptr));
 }
 
+// Bytes from outside the buffer (here a literal, below the heap) appended
+// while the block moves are read where they are, not where the buffer's own
+// bytes moved to.
+TEST(DataBuffer, BytesFromOutsideSurviveTheBlockMoving) {
+    DataBuffer d;
+    std::string want;
+    const unsigned char* first = nullptr;
+    for (int i = 0; i < 5000 && (!first || d.getData2() == first); ++i) {
+        ASSERT_TRUE(d.append("0123456789", 10));
+        want += "0123456789";
+        if (!first) first = d.getData2();
+    }
+    EXPECT_NE(d.getData2(), first);
+    EXPECT_EQ(bytesOf(d), want);
+}
+
 }  // namespace

@@ -25,7 +25,13 @@ std::string text(const StringBuffer* sb) {
 
 // Records the messages and, when it asks for them, the parse notes, each as
 // "kind@offset'span'(element)"; element starts only with `starts`.
+// Errors also carry the engine's cursor at the time they are logged.
 struct NotingLog : RecordingLog {
+    const ParseEngine* engine = nullptr;
+    void logError(const char* m) override {
+        RecordingLog::logError(m);
+        if (engine) lines.back() += "@" + std::to_string(engine->cursor);
+    }
     bool wanted = false;
     bool starts = false;
     std::string text;
@@ -62,7 +68,9 @@ struct Parsed {
         log.wanted = notes;
         log.starts = starts;
         log.text = in;
+        log.engine = &engine;
         ok = TreeNode::customParse(engine, &log, mon, &root, trim);
+        log.engine = nullptr;
     }
     ~Parsed() {
         if (root) root->deleteTree();
@@ -104,7 +112,7 @@ const Case kCases[] = {
     {"<a s='say \"hi\"' d=\"it's\" e='&amp;lt;'/>", true, "a(s=say \"hi\";d=it's;e=&lt;;)"},
     {"<a v=\"&lt;&gt;&quot;&apos;&amp;&#38;\"/>", true, "a(v=<>\"'&&#38;;)"},
     {"<r><a/ x='1'>t</r>", true, "r{t}[a(x=1;)]"},
-    {"<a \"n\"='1' n='2' flag/>", true, "a(n=1;n=2;flag=;)"},
+    {"<a \"n\"='1' 'n'='2' flag/>", true, "a(n=1;n=2;flag=;)"},
     {"<a 1st='x'/>", true, "a(A1st=x;)"},
     {"<a>x<![CDATA[<y>]]></a>", true, "a{x<y>}!"},
     {"<a><![CDATA[1]]><![CDATA[2]]></a>", true, "a{12}!"},
@@ -173,29 +181,37 @@ TEST(ParserNotes, EachKindAtItsPlace) {
     Parsed starts("<r>< a/> <b>t</b></r><s/>", true, nullptr, true, true);
     EXPECT_EQ(starts.log.notes, (Lines{"start@0'<r'(r)", "start@3'< a'(a)", "start@9'<b'(b)",
                                        "replaced@0'<r'(r)", "start@21'<s'(s)"}));
-    // The input decoding notes a declared encoding it cannot convert.
-    NotingLog log;
-    log.wanted = true;
-    log.text = "<?xml version='1.0' encoding = 'X-No-Such'?><a/>";
-    DataBuffer data;
-    data.append(log.text.data(), static_cast<unsigned int>(log.text.size()));
-    EXPECT_TRUE(TreeNode::convertXmlToUtf8(data, log));
-    EXPECT_EQ(log.notes, Lines{"encoding@32'X-No-Such'"});
-    EXPECT_EQ(bytesOf(data), log.text);
+    // The input decoding notes a declared encoding it cannot convert: its
+    // name, or the whole declaration when the name is not found as written.
+    for (const auto& [in, note] : {std::pair<std::string, std::string>{
+                                       "<?xml version='1.0' encoding = 'X-No-Such'?><a/>",
+                                       "encoding@32'X-No-Such'"},
+                                   {"<?xml encoding='X No'?><a/>",
+                                    "encoding@0'<?xml encoding='X No'?>'"}}) {
+        NotingLog log;
+        log.wanted = true;
+        log.text = in;
+        DataBuffer data;
+        data.append(in.data(), static_cast<unsigned int>(in.size()));
+        EXPECT_TRUE(TreeNode::convertXmlToUtf8(data, log));
+        EXPECT_EQ(log.notes, Lines{note});
+        EXPECT_EQ(bytesOf(data), in);
+    }
 }
 
-TEST(ParserMessages, ExactTextsAndOrder) {
+// Each message with the cursor at the time: where the parse stands.
+TEST(ParserMessages, ExactTextsOrderAndPlace) {
     const struct {
         const char* in;
         Lines log;
         const char* tree;
     } cases[] = {
-        {"<a></a", {"E:Error in closing tag", "NV:error_tag=a"}, "a"},
-        {"<r><a></a<b/></r>", {"E:Error in closing tag", "NV:error_tag=a"}, "r[a,b]"},
-        {"</x><a/></y", {"E:Error in closing tag"}, "a"},  // nothing open: no error_tag
-        {"<r>< ></", {"E:Error in closing tag", "NV:error_tag="}, "r[]"},
-        {"<a>x<!-- x", {"E:Unclosed comment"}, "a{x}"},
-        {"<!doctype r [<!ENTITY e \"v\">", {"E:Failed to parse DTD"}, "<none>"},
+        {"<a></a", {"E:Error in closing tag@6", "NV:error_tag=a"}, "a"},
+        {"<r><a></a<b/></r>", {"E:Error in closing tag@9", "NV:error_tag=a"}, "r[a,b]"},
+        {"</x><a/></y", {"E:Error in closing tag@11"}, "a"},  // nothing open: no error_tag
+        {"<r>< ></", {"E:Error in closing tag@8", "NV:error_tag="}, "r[]"},
+        {"<a>x<!-- x", {"E:Unclosed comment@10"}, "a{x}"},
+        {"<!doctype r [<!ENTITY e \"v\">", {"E:Failed to parse DTD@28"}, "<none>"},
         {"<a>x</b><c/>", {}, "c"},
     };
     for (const auto& c : cases) {
