@@ -2,11 +2,13 @@
 
 #include <atomic>
 #include <climits>
+#include <cstdint>
 #include <cstring>
 
 #include "foundation/ByteScan.h"
 #include "foundation/DataBuffer.h"
 #include "foundation/InputLimit.h"
+#include "foundation/MemoryHook.h"
 #include "foundation/TextTransfer.h"
 
 namespace {
@@ -38,15 +40,43 @@ ParseEngine::ParseEngine(const DataBuffer& data) : textPtr(nullptr), cursor(0) {
     syncPtr();
 }
 
-void TextTransfer::load(DataBuffer& from, ParseEngine& engine) {
+bool TextTransfer::load(DataBuffer& from, ParseEngine& engine) {
     const unsigned int n = from.getSize();
     if (n > xmltree::parseInputLimit()) {
         engine.refuseTooLarge();
-    } else if (move(from, engine.textBuf)) {
+    } else if (move(from, engine.textBuf) || (makeRoomForNul(from) && move(from, engine.textBuf))) {
         engine.syncPtr();
+        return true;
     } else if (n) {
         engine.appendBytes(reinterpret_cast<const char*>(from.getData2()), n);
     }
+    return false;
+}
+
+// A buffer filled by one append has no spare byte. Growing its block by
+// one byte (in place, or by remapping, for most large blocks) is cheaper
+// than a second copy of the document, and the bytes stay as they were.
+bool TextTransfer::makeRoomForNul(DataBuffer& buffer) {
+    if (buffer.m_size == 0 || buffer.m_size != buffer.m_cap || buffer.m_cap == UINT32_MAX)
+        return false;
+    void* block = xmltree::mem::reallocate(buffer.m_data, std::size_t{buffer.m_cap} + 1);
+    if (!block) return false;
+    buffer.m_data = static_cast<unsigned char*>(block);
+    ++buffer.m_cap;
+    return true;
+}
+
+void TextTransfer::giveBack(ParseEngine& engine, DataBuffer& to) {
+    StringBuffer& text = engine.textBuf;
+    to.m_data = reinterpret_cast<unsigned char*>(text.m_data);
+    to.m_size = text.m_size;
+    to.m_cap = text.m_cap + 1;  // the NUL's byte was the buffer's spare room
+    text.m_data = text.m_inline;
+    text.m_size = 0;
+    text.m_cap = StringBuffer::kInlineCapacity;
+    text.m_inline[0] = '\0';
+    engine.cursor = 0;
+    engine.syncPtr();
 }
 
 bool ParseEngine::refuseTooLarge() {

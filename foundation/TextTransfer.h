@@ -3,7 +3,8 @@
 
 // Internal to the library: hands the block of a byte buffer to a string
 // buffer without copying, so that a document loaded or decoded into a
-// DataBuffer is parsed where it lies. A friend of both classes.
+// DataBuffer is parsed where it lies, and hands it back after a parse of a
+// caller's buffer. A friend of both classes.
 
 class DataBuffer;
 class ParseEngine;
@@ -17,7 +18,16 @@ class TextTransfer {
     static bool move(DataBuffer& from, StringBuffer& to);
     // Gives a fresh engine from's bytes as its text, moved when possible and
     // copied otherwise, refused (isTooLarge) past what the cursor can index.
-    static void load(DataBuffer& from, ParseEngine& engine);
+    // True when moved: from is then empty until giveBack().
+    static bool load(DataBuffer& from, ParseEngine& engine);
+    // Returns the block load() moved into the engine to `to` (emptied by
+    // that load), bytes and capacity as they were; the engine is left empty.
+    // Allocates nothing, so it cannot fail.
+    static void giveBack(ParseEngine& engine, DataBuffer& to);
+
+  private:
+    // Grows a full block by the byte the NUL needs; false when it cannot.
+    static bool makeRoomForNul(DataBuffer& buffer);
 };
 
 #endif

@@ -70,11 +70,13 @@ DataBuffer utf16(const std::string& s) {
 // armNow() starts the count, the library is called, and the count stops
 // before the input goes.
 const char* const kEntries[] = {"string, trimmed", "string, whitespace kept", "bytes in UTF-16",
-                                "file"};
+                                "file", "UTF-8 bytes, block without a spare byte"};
 
 void parseWith(int entry, const std::string& s, Outcome& o, const std::function<void()>& armNow) {
     StringBuffer text(s.c_str());
     DataBuffer data = utf16(s);
+    DataBuffer full;  // one append: capacity == size, parsing in place needs one byte more
+    full.append(s.data(), static_cast<unsigned int>(s.size()));
     armNow();
     if (entry < 2) {
         o.ok = TreeNode::customParseString(text, &o.log, nullptr, &o.root, entry == 0);
@@ -82,8 +84,13 @@ void parseWith(int entry, const std::string& s, Outcome& o, const std::function<
         o.ok = TreeNode::customParseData2(data, nullptr, o.log, &o.root, true);
         DataBuffer().takeData(data);  // the decoded text, made in the count
         o.callerBlocksReleased = 1;   // the bytes it replaced, made before
-    } else {
+    } else if (entry == 3) {
         o.ok = TreeNode::customParseFile(tempPath().c_str(), &o.log, nullptr, &o.root, true);
+    } else {
+        o.ok = TreeNode::customParseUtf8Data(full, nullptr, o.log, &o.root, true);
+        EXPECT_EQ(bytesOf(full), s);
+        DataBuffer().takeData(full);  // grown by a byte in the count, or as it was
+        o.callerBlocksReleased = 1;
     }
     mem::disarmForTesting();
 }
@@ -132,7 +139,7 @@ class OutOfMemory : public testing::Test {
 
 TEST_F(OutOfMemory, EveryFailedAllocationFailsTheParse) {
     const std::string doc = document();
-    for (int entry = 0; entry < 4; ++entry) {
+    for (int entry = 0; entry < 5; ++entry) {
         SCOPED_TRACE(kEntries[entry]);
         std::string want;
         const long total = runFailing(-1, [&](const std::function<void()>& armNow) {
@@ -237,7 +244,7 @@ TEST(InputTooLarge, RefusedWholeByEveryEntryPoint) {
     const std::string over = fits + " ";
     xmltree::setParseInputLimitForTesting(64);
     const auto noCount = [] {};
-    for (int entry = 0; entry < 3; ++entry) {  // not the file
+    for (int entry : {0, 1, 2, 4}) {  // not the file
         SCOPED_TRACE(kEntries[entry]);
         Outcome small, big;
         parseWith(entry, fits, small, noCount);

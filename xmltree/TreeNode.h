@@ -450,7 +450,8 @@ public:
     static bool customParseString(const StringBuffer& text, LogBase* log,
                                   ProgressMonitor* monitor, TreeNode** outRoot,
                                   bool trimWhitespace);
-    // data's bytes as UTF-8; data is not changed. Note the argument order.
+    // data's bytes as UTF-8; data is not changed (its block may be read in
+    // place, the buffer empty while the parse runs). Note the argument order.
     static bool customParseUtf8Data(DataBuffer& data, ProgressMonitor* monitor, LogBase& log,
                                     TreeNode** outRoot, bool trimWhitespace);
     // data in any supported encoding: converted to UTF-8 in place, then

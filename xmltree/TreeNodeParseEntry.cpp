@@ -72,9 +72,13 @@ bool TreeNode::customParseString(const StringBuffer& text, LogBase* log, Progres
 bool TreeNode::customParseUtf8Data(DataBuffer& data, ProgressMonitor* monitor, LogBase& log,
                                    TreeNode** outRoot, bool trimWhitespace) {
     if (data.hasFailed()) return refuseIncomplete(log, outRoot);
-    ParseEngine engine(data);
-    engine.cursor = 0;
-    return customParse(engine, &log, monitor, outRoot, trimWhitespace);
+    // The caller's bytes are parsed where they lie (when their block has a
+    // spare byte for the NUL) and handed back unchanged afterwards.
+    ParseEngine engine;
+    const bool lent = TextTransfer::load(data, engine);
+    const bool ok = customParse(engine, &log, monitor, outRoot, trimWhitespace);
+    if (lent) TextTransfer::giveBack(engine, data);
+    return ok;
 }
 
 bool TreeNode::customParseData2(DataBuffer& data, ProgressMonitor* monitor, LogBase& log,
