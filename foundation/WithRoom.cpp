@@ -55,8 +55,14 @@ AttributeSet* WithRoom::attributeSet(int count, std::size_t textBytes) {
     const std::size_t needed =
         count > 0 ? static_cast<std::size_t>(count) * (sizeof(AttributeSet::Entry) + 2) + textBytes
                   : 0;
-    if (needed <= inline_ || needed - inline_ > kMaxRoom<AttributeSet>) {
-        return new (std::nothrow) AttributeSet();
+    if (needed <= inline_) return new (std::nothrow) AttributeSet();
+    if (needed - inline_ > kMaxRoom<AttributeSet>) {
+        AttributeSet* set = new (std::nothrow) AttributeSet();
+        if (set && !set->reserve(count, textBytes)) {
+            delete set;
+            return nullptr;
+        }
+        return set;
     }
     return make<AttributeSet>(needed - inline_);
 }

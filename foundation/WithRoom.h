@@ -21,7 +21,8 @@ class WithRoom {
   public:
     // An empty set with room for `count` pairs of `textBytes` bytes of names
     // and values, terminators not counted; a plain set when they fit inline
-    // or would not fit a pool block. Null when memory runs out.
+    // or would not fit a pool block (then reserved for exactly them). Null
+    // when memory runs out.
     static AttributeSet* attributeSet(int count, std::size_t textBytes);
     // A buffer holding the n bytes at s (n >= 0), as StringBuffer(s, n, 0)
     // does; null when memory runs out (never a buffer marked failed).

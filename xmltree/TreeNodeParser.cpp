@@ -271,7 +271,10 @@ TreeParser::Step TreeParser::openingTag(const char*& pos) {
     }
     pos = p;
     if (!flushAttributes(node) || failed || decoded.hasFailed()) return kFail;
-    if (node->attributes) node->attributes->shrinkToFit();
+    if (setGrew) {
+        if (node->attributes) node->attributes->shrinkToFit();
+        setGrew = false;
+    }
     if (*p == '>') ++p;
     pos = p;
     if (selfClosing) closeCurrent();
@@ -348,6 +351,7 @@ const char* TreeParser::attribute(const char* p, TreeNode* node) {
     if (!treeinternal::addCleanedAttribute(node->attributes, name, static_cast<size_t>(nameLen),
                                            value, static_cast<size_t>(a.valueLen)))
         failed = true;
+    setGrew = true;
     return p;
 }
 
@@ -391,9 +395,14 @@ bool TreeParser::flushAttributes(TreeNode* node) {
     size_t bytes = 0;
     for (int i = 0; i < n; ++i)
         bytes += static_cast<size_t>(pending[i].nameLen) + static_cast<size_t>(pending[i].valueLen);
-    if (!node->attributes) node->attributes = xmltree::WithRoom::attributeSet(n, bytes);
     AttributeSet* set = node->attributes;
-    if (!set || !set->reserve(n, bytes)) return false;
+    if (!set) {
+        set = node->attributes = xmltree::WithRoom::attributeSet(n, bytes);  // sized for them
+        if (!set) return false;
+    } else {
+        if (!set->reserve(n, bytes)) return false;
+        setGrew = true;
+    }
     for (int i = 0; i < n; ++i) {
         const PendingAttr& a = pending[i];
         const char* value = a.decodedAt >= 0 ? decoded.getString() + a.decodedAt : a.value;

@@ -122,6 +122,9 @@ class TreeParser {
     static constexpr int kMaxPending = 32;
     PendingAttr pending[kMaxPending] = {};
     int numPending = 0;
+    // The element's set took pairs in more than one flush, so it may have
+    // grown past them: it is shrunk when the start tag ends.
+    bool setGrew = false;
 };
 
 #endif
