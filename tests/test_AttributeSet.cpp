@@ -18,6 +18,8 @@ TEST(AttributeSet, NullsAndIndexesOutOfRange) {
     EXPECT_TRUE(a.hasAttrWithValue("empty", nullptr));
     StringBuffer n, v;
     EXPECT_FALSE(a.getAttribute(1, n, v));  // one past the end is out too
+    EXPECT_TRUE(a.getAttributeName(0, n) && !a.getAttributeName(1, n));
+    EXPECT_STREQ(n.getString(), "empty");
     EXPECT_TRUE(!a.nameAt(1) && !a.valueAt(1) && !a.valueAt(-1));
     EXPECT_EQ(a.indexOf(nullptr), -1);
 }

@@ -299,6 +299,12 @@ TEST(OutOfMemoryContainers, FailedGrowthIsReportedAndChangesNothing) {
     EXPECT_EQ(arr.getSize(), 1);
     EXPECT_EQ(arr.elementAt(0), &set);
     EXPECT_EQ(data.getSize(), 2u);
+    // A byte buffer that lost bytes is not parsed: its text is not the document.
+    RecordingLog log;
+    TreeNode* root = nullptr;
+    EXPECT_FALSE(TreeNode::customParseUtf8Data(data, nullptr, log, &root, true));
+    EXPECT_FALSE(TreeNode::customParseData2(data, nullptr, log, &root, true));
+    EXPECT_EQ(log.lines, (Lines{"E:Out of memory", "E:Out of memory"}));
 }
 
 }  // namespace

@@ -72,7 +72,7 @@ TEST(StringBuffer, NumbersWrittenAndRead) {
     EXPECT_STREQ(sb.getString(), "-2147483648|0|-12|2147483647|");
     EXPECT_EQ(StringBuffer("42abc").intValue(), 42);
     EXPECT_EQ(StringBuffer("").intValue(), 0);
-    EXPECT_EQ(StringBuffer(" -7x").intValue(), -7);
+    EXPECT_EQ(StringBuffer(" \t\n\v\f\r-7x").intValue(), -7);  // what atoi skips
     EXPECT_EQ(StringBuffer("abc").intValue(), 0);
     EXPECT_EQ(StringBuffer("99999999999999").intValue(), INT_MAX);
     EXPECT_EQ(StringBuffer("-2147483648").intValue(), INT_MIN);

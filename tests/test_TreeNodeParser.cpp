@@ -288,6 +288,7 @@ TEST(ParserProgress, ResetAmountsAtClosingTagsAndRemaining) {
 TEST(ParserEntry, OutRootLengthAndByteBuffers) {
     ParseEngine engine;
     engine.append("<a/>");
+    EXPECT_TRUE(engine.appendN("x", 0) && !engine.appendN("x", -1));
     EXPECT_FALSE(TreeNode::customParse(engine, nullptr, nullptr, nullptr, true));
     TreeNode* root = reinterpret_cast<TreeNode*>(&engine);
     EXPECT_TRUE(TreeNode::customParseStringN("no markup", 9, nullptr, &root, true));
