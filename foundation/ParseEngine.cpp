@@ -71,10 +71,7 @@ void TextTransfer::giveBack(ParseEngine& engine, DataBuffer& to) {
     to.m_data = reinterpret_cast<unsigned char*>(text.m_data);
     to.m_size = text.m_size;
     to.m_cap = text.m_cap + 1;  // the NUL's byte was the buffer's spare room
-    text.m_data = text.m_inline;
-    text.m_size = 0;
-    text.m_cap = StringBuffer::kInlineCapacity;
-    text.m_inline[0] = '\0';
+    text.resetInline();
     engine.cursor = 0;
     engine.syncPtr();
 }

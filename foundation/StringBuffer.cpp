@@ -169,6 +169,10 @@ StringBuffer::~StringBuffer() {
 
 void StringBuffer::releaseHeap() {
     if (onHeap()) freeBlock(m_data, m_cap);
+    resetInline();
+}
+
+void StringBuffer::resetInline() {
     m_data = m_inline;
     m_cap = kInlineCapacity;
     m_size = 0;

@@ -269,6 +269,7 @@ private:
     bool appendLong(const char* s, size_t n);  // refuses texts an int cannot count
     void holdExactly(const char* s, int n);  // empty buffer, text above kInlineCapacity
     void releaseHeap();
+    void resetInline();  // empty, on m_inline; a heap block is forgotten, not freed
 
     char* m_data;     // m_inline or a malloc'd block of m_cap + 1 bytes
     uint32_t m_size;  // bytes of text, NUL excluded
