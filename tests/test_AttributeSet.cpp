@@ -1,5 +1,5 @@
 // Edits are checked against a vector of pairs by the containers program
-// (fuzz/containers_program.h, replayed in test_FuzzOpsRegressions.cpp);
+// (fuzz/containers_program.h, replayed in test_FuzzReplay.cpp);
 // here, nulls, matching and the XML text.
 
 #include <random>

@@ -1,6 +1,6 @@
 // Appends, removals and hand-overs are checked against std::string by the
 // containers program (fuzz/containers_program.h, replayed in
-// test_FuzzOpsRegressions.cpp); here, decoding and file loading.
+// test_FuzzReplay.cpp); here, decoding and file loading.
 
 #include <cstdio>
 

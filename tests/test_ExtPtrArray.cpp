@@ -1,6 +1,6 @@
 // Edits of pointer arrays and the queue are checked against std::vector and
 // std::deque by the containers program (fuzz/containers_program.h, replayed
-// in test_FuzzOpsRegressions.cpp); here, what an array owns.
+// in test_FuzzReplay.cpp); here, what an array owns.
 
 #include "foundation/ExtPtrArray.h"
 #include "foundation/StringBuffer.h"

@@ -6,6 +6,7 @@
 // `ctest -LE slow` (or `--gtest_filter=-Extremes.*`) leaves them out.
 
 #include <cstring>
+#include <string_view>
 
 #include "foundation/SmallObjectPool.h"
 #include "tests/TestSupport.h"
@@ -15,10 +16,18 @@ namespace {
 
 constexpr int kMillion = 1000000;
 
-bool endsWith(const StringBuffer& sb, const char* tail) {
-    size_t n = std::strlen(tail);
-    size_t size = static_cast<size_t>(sb.getSize());
-    return size >= n && std::memcmp(sb.getString() + size - n, tail, n) == 0;
+bool endsWith(const StringBuffer& sb, const std::string& tail) {
+    const std::string_view all(sb.getString(), static_cast<size_t>(sb.getSize()));
+    return all.size() >= tail.size() && all.substr(all.size() - tail.size()) == tail;
+}
+
+// The depth of a chain of single children, and its leaf.
+int chainDepth(TreeNode* n, TreeNode** leaf = nullptr) {
+    int depth = 1;
+    for (; n->getNumChildren() == 1; n = n->getFirstChild())
+        ++depth;
+    if (leaf) *leaf = n;
+    return depth;
 }
 
 // The writer's size for a chain of `depth` (over 50) elements named "a":
@@ -43,10 +52,7 @@ TEST(Extremes, MillionDeepDocument) {
     const std::string open = text.substr(0, 3u * kMillion);
     TreeNode* chain = parseText(open);
     ASSERT_NE(chain, nullptr);
-    int depth = 1;
-    for (TreeNode* n = chain; n->getNumChildren() == 1; n = n->getFirstChild())
-        ++depth;
-    EXPECT_EQ(depth, kMillion);
+    EXPECT_EQ(chainDepth(chain), kMillion);
     chain->deleteTree();
     chain = parseText("<top/>" + open);
     EXPECT_STREQ(chain->getTag(), "top");
@@ -55,13 +61,8 @@ TEST(Extremes, MillionDeepDocument) {
     TreeNode* root = parseText(text);
     ASSERT_NE(root, nullptr);
 
-    depth = 1;
-    TreeNode* leaf = root;
-    while (leaf->getNumChildren() == 1) {
-        leaf = leaf->getFirstChild();
-        ++depth;
-    }
-    EXPECT_EQ(depth, kMillion);
+    TreeNode* leaf = nullptr;
+    EXPECT_EQ(chainDepth(root, &leaf), kMillion);
     EXPECT_EQ(leaf->getNumChildren(), 0);
     EXPECT_EQ(leaf->getRoot(), root);
 

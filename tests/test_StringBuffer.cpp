@@ -1,5 +1,5 @@
 // Edits are checked against std::string by the containers program
-// (fuzz/containers_program.h, replayed in test_FuzzOpsRegressions.cpp);
+// (fuzz/containers_program.h, replayed in test_FuzzReplay.cpp);
 // here, what a model cannot say.
 
 #include <climits>
