@@ -23,10 +23,10 @@
 #include <vector>
 
 #include "foundation/AttributeSet.h"
-#include "foundation/WithRoom.h"
 #include "foundation/DataBuffer.h"
 #include "foundation/ExtPtrArray.h"
 #include "foundation/StringBuffer.h"
+#include "foundation/WithRoom.h"
 #include "foundation/mxQueue.h"
 
 namespace containersfuzz {
@@ -40,7 +40,8 @@ class Reader {
     // Lengths around the inline room (20 and 24 bytes), the pool's largest
     // block (256) and beyond.
     std::string text() {
-        static const int kLengths[] = {0, 1, 3, 19, 20, 21, 24, 40, 228, 229, 254, 255, 256, 300, 5000};
+        static const int kLengths[] = {0,   1,   3,   19,  20,  21,  24,  40,
+                                       228, 229, 254, 255, 256, 300, 5000};
         const unsigned pick = byte();
         return std::string(static_cast<size_t>(kLengths[pick % 15]), "ab&;x"[(pick / 15) % 5]);
     }
@@ -141,7 +142,8 @@ class Program {
             }
             case 6:
                 if (op & 16) {  // a new buffer, made with room as the parser makes them
-                    StringBuffer* fresh = xmltree::WithRoom::text(t.data(), static_cast<int>(t.size()));
+                    StringBuffer* fresh =
+                        xmltree::WithRoom::text(t.data(), static_cast<int>(t.size()));
                     expect(fresh != nullptr, "a buffer with room");
                     if (!fresh) break;
                     sb_.reset(fresh);
@@ -154,6 +156,10 @@ class Program {
                 copy.append(t.c_str());
                 *sb_ = copy;
                 text_ += t;
+                if (op & 16) {  // assigned to itself
+                    StringBuffer& self = *sb_;
+                    *sb_ = self;
+                }
                 break;
             }
             case 8:
@@ -265,7 +271,8 @@ class Program {
             default:
                 if (op % 16 == 7) {  // a new set, made with room as the parser makes them
                     const unsigned k = in.byte();
-                    AttributeSet* fresh = xmltree::WithRoom::attributeSet(static_cast<int>(k % 8), k * 3 % 250);
+                    AttributeSet* fresh =
+                        xmltree::WithRoom::attributeSet(static_cast<int>(k % 8), k * 3 % 250);
                     expect(fresh != nullptr, "a set with room");
                     if (fresh) attrs_.reset(fresh);
                     attrs_->clear();

@@ -69,12 +69,10 @@ TEST(EncodingConvert, UnknownNames) {
     EXPECT_TRUE(conv.ChConvert3("UTF-16BE", "UTF-8", U("\xFE\xFF\xFE\xFF\0A"), 6, out, log));
     EXPECT_EQ(bytesOf(out), "A");
 
-    EXPECT_TRUE(CharsetNaming::CharsetValid("iso-8859-1"));
-    EXPECT_TRUE(CharsetNaming::CharsetValid("utf-16"));
-    EXPECT_TRUE(CharsetNaming::CharsetValid("Windows-1252"));
-    EXPECT_FALSE(CharsetNaming::CharsetValid("no-such-charset"));
-    EXPECT_FALSE(CharsetNaming::CharsetValid(""));
-    EXPECT_FALSE(CharsetNaming::CharsetValid(nullptr));
+    for (const char* name : {"iso-8859-1", "utf-16", "Windows-1252"})
+        EXPECT_TRUE(CharsetNaming::CharsetValid(name)) << name;
+    for (const char* name : {"no-such-charset", "", static_cast<const char*>(nullptr)})
+        EXPECT_FALSE(CharsetNaming::CharsetValid(name));
 }
 
 }  // namespace

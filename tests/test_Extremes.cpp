@@ -170,19 +170,13 @@ TEST(Extremes, MillionSiblings) {
 TEST(Extremes, HundredThousandAttributes) {
     constexpr int kCount = 100000;
     std::string text = "<r";
-    for (int i = 0; i < kCount; ++i) {
+    for (int i = 0; i < kCount; ++i)
         text += " a" + std::to_string(i) + "=\"" + std::to_string(i * 3) + "\"";
-    }
     text += ">x</r>";
     TreeNode* root = parseText(text);
     ASSERT_NE(root, nullptr);
     ASSERT_EQ(root->getNumAttributes(), kCount);
-    StringBuffer value;
-    ASSERT_TRUE(root->getAttributeValue("a99999", value));
-    EXPECT_STREQ(value.getString(), "299997");
-    ASSERT_TRUE(root->getAttributeValue(kCount - 1, value));
-    EXPECT_STREQ(value.getString(), "299997");
-    EXPECT_TRUE(root->hasAttributeWithValue("a50000", "150000"));
+    EXPECT_TRUE(root->hasAttributeWithValue("a99999", "299997"));
 
     StringBuffer out;
     root->createXML(out, 0, 0, true);

@@ -61,20 +61,6 @@ TEST(ParseEngine, CapturesStopBeforeDelimiter) {
     EXPECT_TRUE(line.atEnd());
 }
 
-TEST(ParseEngine, SkipScans) {
-    Engine pe("abc<def>");
-    pe.skipUntilChar('<');
-    pe.skipUntilChar('<');
-    EXPECT_EQ(pe.cursor, 3);
-    pe.skipUntilChar('#');
-    EXPECT_EQ(pe.cursor, 8);
-    for (const char* text : {"text>more", "text<b>", "text"}) {
-        Engine t(text);
-        EXPECT_EQ(t.skipUntilChar2('>', '<'), text[4] == '>') << text;
-        EXPECT_EQ(t.cursor, 4) << text;
-    }
-}
-
 TEST(ParseEngine, SeekToClosingCountsNesting) {
     const char* doc = "<!DOCTYPE r [<!ENTITY e \"v\">]>more";
     Engine pe(doc, 1);

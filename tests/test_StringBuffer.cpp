@@ -16,30 +16,18 @@ std::string text(const StringBuffer& sb) {
 }
 
 // The counted constructor copies short texts with overlapping moves of its
-// own: every length must come out whole, reading nothing past the source
-// (each source is a block of exactly n bytes, so sanitizer builds see any
-// overread).
-TEST(StringBuffer, CountedConstructorCopiesEveryShortLength) {
-    for (int n = 0; n <= StringBuffer::kInlineCapacity + 2; ++n) {
+// own and longer ones to the heap: every length must come out whole, reading
+// nothing past the source (each source is a block of exactly n bytes, so
+// sanitizer builds see any overread).
+TEST(StringBuffer, CountedConstructorCopiesEveryLength) {
+    for (int n = 0; n <= StringBuffer::kInlineCapacity + 20; ++n) {
         std::unique_ptr<char[]> src(new char[static_cast<size_t>(n) + (n == 0)]);
         for (int i = 0; i < n; ++i)
             src[static_cast<size_t>(i)] = static_cast<char>('A' + i);
-        StringBuffer sb(src.get(), n, 0);
+        StringBuffer sb(src.get(), n, n % 3 * 20);  // the hint never changes the text
         EXPECT_EQ(text(sb), std::string(src.get(), static_cast<size_t>(n))) << n;
         EXPECT_EQ(sb.getString()[sb.getSize()], '\0') << n;
     }
-}
-
-TEST(StringBuffer, ConstructorsFactoriesAndAssignment) {
-    EXPECT_STREQ(StringBuffer("abcdef", 3, 20).getString(), "abc");
-    std::string longText(100, 'q');
-    EXPECT_EQ(StringBuffer(longText.c_str(), 40, 20).getSize(), 40);
-    StringBuffer x("one"), y("a much longer text that lives on the heap");
-    x = y;
-    y = x;
-    StringBuffer& alias = x;
-    x = alias;  // self-assignment
-    EXPECT_TRUE(x.equals("a much longer text that lives on the heap"));
 }
 
 TEST(StringBuffer, Comparisons) {
@@ -57,10 +45,7 @@ TEST(StringBuffer, Comparisons) {
     EXPECT_TRUE(sb.containsSubstring("llo"));
     EXPECT_FALSE(sb.containsSubstring("LLO"));
     EXPECT_TRUE(sb.containsSubstringNoCase("LLO\xC3"));
-    EXPECT_TRUE(sb.matches("H*?", true));
-    EXPECT_FALSE(sb.matches("h*", true));
-    EXPECT_TRUE(sb.matches("h*", false));
-    EXPECT_FALSE(sb.matches(nullptr, true));
+    EXPECT_TRUE(!sb.matches("h*", true) && sb.matches("h*", false));  // wildcards: StringFunctions
 }
 
 TEST(StringBuffer, NumbersWrittenAndRead) {

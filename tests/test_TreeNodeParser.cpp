@@ -183,11 +183,10 @@ TEST(ParserNotes, EachKindAtItsPlace) {
                                        "replaced@0'<r'(r)", "start@21'<s'(s)"}));
     // The input decoding notes a declared encoding it cannot convert: its
     // name, or the whole declaration when the name is not found as written.
-    for (const auto& [in, note] : {std::pair<std::string, std::string>{
-                                       "<?xml version='1.0' encoding = 'X-No-Such'?><a/>",
-                                       "encoding@32'X-No-Such'"},
-                                   {"<?xml encoding='X No'?><a/>",
-                                    "encoding@0'<?xml encoding='X No'?>'"}}) {
+    for (const auto& [in, note] :
+         {std::pair<std::string, std::string>{"<?xml version='1.0' encoding = 'X-No-Such'?><a/>",
+                                              "encoding@32'X-No-Such'"},
+          {"<?xml encoding='X No'?><a/>", "encoding@0'<?xml encoding='X No'?>'"}}) {
         NotingLog log;
         log.wanted = true;
         log.text = in;
@@ -222,52 +221,43 @@ TEST(ParserMessages, ExactTextsOrderAndPlace) {
     }
 }
 
+// The declaration ("-": none) with its tag, and the processing and DOCTYPE
+// texts: the latest declaration goes to the one root that takes it, texts
+// accumulate across roots, and texts after the last root belong to none.
 TEST(ParserProlog, DeclarationsDoctypeAndInstructions) {
-    Parsed p(
-        "<?xml version=\"1.0\" encoding=\"utf-8\"?>"
-        "<?xml-stylesheet href='a.css' type='text/css'?><?xml-stylesheet href=\"b\"?>"
-        "<!DOCTYPE r [<!ENTITY e \"v\">]><?app go?><r/>",
-        true);
+    const struct {
+        const char *in, *tree, *decl, *processing, *docType;
+    } cases[] = {
+        {"<?xml version=\"1.0\" encoding=\"utf-8\"?><!DOCTYPE r [<!ENTITY e \"v\">]><?app go?><r/>",
+         "r", "xml:version=1.0;encoding=utf-8;", "<?app go?>\n",
+         "<!DOCTYPE r [<!ENTITY e \"v\">]>\n"},
+        {"<?XML version = \"1.0\" encoding='x&amp;y' standalone=no ?><r/>", "r",
+         "XML:version=1.0;encoding=x&y;standalone=no;", "", ""},
+        {"<?xml version='1.0'?><?xml version='2.0'?><a/><b/>", "b", "-", "", ""},  // a took it
+        {"<?xml version='1.0'?><?xml version='2.0'?><a/>", "a", "xml:version=2.0;", "", ""},
+        {"<?xml?><r/>", "r", "-", "<?xml?>\n", ""},  // no blank after the name: another PI
+        {"<?app go?><a><?in side ?></a><!DOCTYPE d><b/>", "b", "-", "<?app go?>\n<?in side ?>\n",
+         "<!DOCTYPE d>\n"},
+        {"<!DOCTYPE d><a/><?late ?><!DOCTYPE e>", "a", "-", "", "<!DOCTYPE d>\n"},
+    };
+    for (const auto& c : cases) {
+        Parsed p(c.in, true);
+        TreeNode* decl = p.info()->xmlDecl;
+        EXPECT_EQ(p.tree(), c.tree) << c.in;
+        EXPECT_EQ(decl ? std::string(decl->getTag()) + ":" + attrs(decl) : "-", c.decl) << c.in;
+        EXPECT_EQ(text(p.info()->processing), c.processing) << c.in;
+        EXPECT_EQ(text(p.info()->docType), c.docType) << c.in;
+    }
+    Parsed p("<?xml-stylesheet href='a.css' type='text/css'?><?xml-stylesheet href=\"b\"?><r/>",
+             true);
     ExtPtrArray& sheets = p.info()->styleSheets;
     ASSERT_EQ(sheets.getSize(), 2);
     EXPECT_STREQ(static_cast<TreeNode*>(sheets.elementAt(0))->getTag(), "xml-stylesheet");
     EXPECT_EQ(attrs(static_cast<TreeNode*>(sheets.elementAt(0))), "href=a.css;type=text/css;");
     EXPECT_EQ(attrs(static_cast<TreeNode*>(sheets.elementAt(1))), "href=b;");
-    TreeNode* decl = p.info()->xmlDecl;
-    ASSERT_NE(decl, nullptr);
-    EXPECT_STREQ(decl->getTag(), "xml");
-    EXPECT_EQ(attrs(decl), "version=1.0;encoding=utf-8;");
-    EXPECT_EQ(text(p.info()->docType), "<!DOCTYPE r [<!ENTITY e \"v\">]>\n");
-    EXPECT_EQ(text(p.info()->processing), "<?app go?>\n");
-
-    Parsed q("<?XML version = \"1.0\" encoding='x&amp;y' standalone=no ?><r/>", true);
-    EXPECT_STREQ(q.info()->xmlDecl->getTag(), "XML");
-    EXPECT_EQ(attrs(q.info()->xmlDecl), "version=1.0;encoding=x&y;standalone=no;");
-}
-
-TEST(ParserProlog, LatestDeclarationWinsAndGoesToOneRoot) {
-    Parsed p("<?xml version='1.0'?><?xml version='2.0'?><a/><b/>", true);
-    EXPECT_EQ(p.tree(), "b");
-    EXPECT_EQ(p.info()->xmlDecl, nullptr);  // a took it and was destroyed
-    Parsed q("<?xml version='1.0'?><?xml version='2.0'?><a/>", true);
-    EXPECT_EQ(attrs(q.info()->xmlDecl), "version=2.0;");
-    Parsed r("<?xml?><r/>", true);  // no blank after the name: an other instruction
-    EXPECT_EQ(r.info()->xmlDecl, nullptr);
-    EXPECT_EQ(text(r.info()->processing), "<?xml?>\n");
-}
-
-TEST(ParserProlog, TextsAccumulateAcrossRoots) {
-    Parsed p("<?app go?><a><?in side ?></a><!DOCTYPE d><b/>", true);
-    EXPECT_EQ(p.tree(), "b");
-    EXPECT_EQ(text(p.info()->processing), "<?app go?>\n<?in side ?>\n");
-    EXPECT_EQ(text(p.info()->docType), "<!DOCTYPE d>\n");
     // A prolog without element is released (the ASan run checks it).
     Parsed q("<?xml version='1.0'?><?xml-stylesheet href='x'?><!DOCTYPE d>", true);
     EXPECT_EQ(q.root, nullptr);
-    // Texts met after the last root closed belong to no root.
-    Parsed r("<!DOCTYPE d><a/><?late ?><!DOCTYPE e>", true);
-    EXPECT_EQ(text(r.info()->processing), "");
-    EXPECT_EQ(text(r.info()->docType), "<!DOCTYPE d>\n");
 }
 
 TEST(ParserProgress, ResetAmountsAtClosingTagsAndRemaining) {

@@ -38,7 +38,6 @@ TEST(WriterExamples, DeclarationCdataDepthAndIndentationCap) {
     EXPECT_EQ(xml(t.root(), 0), "<?xml version=\"1.0\" encoding=\"utf-8\" ?>\r\n" + body);
     EXPECT_EQ(xml(t.root(), 0, 0, true), "\r\n" + body);
     EXPECT_EQ(xml(c, 1, 60), kCap + "<c />\r\n");
-    EXPECT_EQ(xml(c, 1, 50), kCap + "<c />\r\n");
     EXPECT_EQ(xml(c, 1, 49), kCap.substr(4) + "<c />\r\n");
     EXPECT_EQ(xml(c, 1, 0), "<c />\r\n");
     TreeNode* p = TreeNode::createNode2(t.root(), "p", "text");
