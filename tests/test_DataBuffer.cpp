@@ -16,9 +16,8 @@ TEST(DataBuffer, Base64) {
     EXPECT_EQ(bytesOf(d), "Hello World");
     d.clear();
     EXPECT_TRUE(d.appendEncoded("QUJD", "BASE64"));
-    EXPECT_TRUE(d.appendEncoded("QUI", "base64"));  // truncated group: 3 symbols, 2 bytes
-    EXPECT_TRUE(d.appendEncoded("QQ", "base64"));   // 2 symbols, 1 byte
-    EXPECT_TRUE(d.appendEncoded("Q", "base64"));    // 1 symbol, nothing
+    for (const char* group : {"QUI", "QQ", "Q"})  // truncated: 3 symbols give 2 bytes, 2 give 1
+        EXPECT_TRUE(d.appendEncoded(group, "base64"));
     EXPECT_EQ(bytesOf(d), "ABCABA");
     d.clear();
     EXPECT_TRUE(d.appendEncoded("AP8A/w==garbage", "base64"));  // stops at '='

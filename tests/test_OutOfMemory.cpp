@@ -5,6 +5,7 @@
 
 #include <unistd.h>
 
+#include <climits>
 #include <cstdio>
 #include <functional>
 #include <new>
@@ -255,6 +256,7 @@ TEST(InputTooLarge, RefusedWholeByEveryEntryPoint) {
         EXPECT_EQ(big.root, nullptr);
         EXPECT_EQ(big.log.lines, Lines{"E:Input too large"});
     }
+    EXPECT_FALSE(ParseEngine().append(over.c_str()));
     TreeNode* root = nullptr;
     EXPECT_FALSE(TreeNode::customParseStringN(over.data(), static_cast<int>(over.size()), nullptr,
                                               &root, true));
@@ -282,6 +284,7 @@ TEST(OutOfMemoryContainers, FailedGrowthIsReportedAndChangesNothing) {
         {"attribute reserve", [&] { return set.reserve(50, 5000); }},
         {"string append", [&] { return sb.append(big.c_str()); }},
         {"string reserve", [&] { return sb.reserveMore(5000); }},
+        {"string past its size limit", [&] { return sb.reserveMore(INT_MAX); }},
         {"array append", [&] { return arr.append(&sb); }},
         {"array reserve", [&] { return arr.reserve(5000); }},
         {"data append", [&] { return data.append(big.data(), 300); }},

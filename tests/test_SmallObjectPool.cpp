@@ -47,6 +47,13 @@ void give(const Block& b) {
     SmallObjectPool::deallocate(b.p, b.n);
 }
 
+void freeAll(const std::vector<Block>& blocks) {
+    for (const Block& b : blocks) {
+        EXPECT_TRUE(intact(b));
+        give(b);
+    }
+}
+
 // Mixed sizes, so that each slab holds blocks of many classes.
 std::vector<Block> takeMany(int count) {
     std::vector<Block> blocks;
@@ -113,14 +120,8 @@ TEST(SmallObjectPool, SlabsGoWhenTheirLastBlockIsFreed) {
             EXPECT_LE(SmallObjectPool::slabCount(), base + held + 1);
             // What was given back is not handed out again: new blocks are sound.
             std::vector<Block> fresh = takeMany(20000);
-            for (const Block& b : kept) {
-                EXPECT_TRUE(intact(b));
-                give(b);
-            }
-            for (const Block& b : fresh) {
-                EXPECT_TRUE(intact(b));
-                give(b);
-            }
+            freeAll(kept);
+            freeAll(fresh);
             SmallObjectPool::trim();
             EXPECT_LE(SmallObjectPool::slabCount(), base + 1);
         }).join();
@@ -132,12 +133,6 @@ TEST(SmallObjectPool, SlabsGoWhenTheirLastBlockIsFreed) {
 // after it has ended. Either way every slab comes back.
 TEST(SmallObjectPool, BlocksFreedOnOtherThreadsComeBack) {
     REQUIRE_POOL();
-    auto freeAll = [](const std::vector<Block>& blocks) {
-        for (const Block& b : blocks) {
-            EXPECT_TRUE(intact(b));
-            give(b);
-        }
-    };
     SmallObjectPool::trim();
     const size_t base = SmallObjectPool::slabCount();
     std::thread owner([&] {

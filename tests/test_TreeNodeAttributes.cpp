@@ -23,6 +23,8 @@ TEST(TreeNodeAttributes, AddCleansUpdateDoesNot) {
     node.updateAttribute("a", "2");
     node.updateAttribute("1 b", "raw");
     EXPECT_EQ(attrList(node), "A1st=x 9z=w xy= a=2 1 b=raw");
+    StringBuffer v;
+    EXPECT_TRUE(node.getAttributeValue(3, v) && v.equals("2") && !node.getAttributeValue(5, v));
 
     TreeNode copy;
     copy.addAttribute("old", "gone");
