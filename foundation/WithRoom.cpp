@@ -5,6 +5,7 @@
 #include <new>
 
 #include "foundation/AttributeSet.h"
+#include "foundation/ByteCopy.h"
 #include "foundation/SmallObjectPool.h"
 #include "foundation/StringBuffer.h"
 
@@ -65,6 +66,34 @@ AttributeSet* WithRoom::attributeSet(int count, std::size_t textBytes) {
         return set;
     }
     return make<AttributeSet>(needed - inline_);
+}
+
+AttributeSet* WithRoom::attributeSetOf(const Pair* pairs, int n) {
+    std::size_t textBytes = 0;
+    for (int i = 0; i < n; ++i)
+        textBytes += static_cast<std::size_t>(pairs[i].nameLen) + static_cast<std::size_t>(pairs[i].valueLen);
+    AttributeSet* set = attributeSet(n, textBytes);
+    if (!set) return nullptr;
+    // The set has room for exactly these: entries grow up from the block's
+    // start and texts down from its end, as addAttributeN lays them out.
+    AttributeSet::Entry* e = set->entries();
+    char* const end = set->m_block + set->m_blockCap;
+    std::uint32_t arena = 0;
+    for (int i = 0; i < n; ++i) {
+        const Pair& a = pairs[i];
+        const auto nl = static_cast<std::uint32_t>(a.nameLen);
+        const auto vl = static_cast<std::uint32_t>(a.valueLen);
+        arena += nl + vl + 2;
+        e[i] = AttributeSet::Entry{arena, nl, vl};
+        char* w = end - arena;
+        bytecopy::copyRun(w, a.name, nl);
+        w[nl] = '\0';
+        bytecopy::copyRun(w + nl + 1, a.value, vl);
+        w[nl + 1 + vl] = '\0';
+    }
+    set->m_arenaSize = arena;
+    set->m_count = n;
+    return set;
 }
 
 StringBuffer* WithRoom::text(const char* s, int n) {

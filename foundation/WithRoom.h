@@ -24,6 +24,17 @@ class WithRoom {
     // or would not fit a pool block (then reserved for exactly them). Null
     // when memory runs out.
     static AttributeSet* attributeSet(int count, std::size_t textBytes);
+    // A name and its value as byte runs (not NUL-terminated), lengths >= 0.
+    struct Pair {
+        const char* name;
+        int nameLen;
+        const char* value;
+        int valueLen;
+    };
+    // A set holding the n pairs (n >= 1) in order, made as attributeSet(n,
+    // their bytes) makes it and filled without a call per pair. Null when
+    // memory runs out.
+    static AttributeSet* attributeSetOf(const Pair* pairs, int n);
     // A buffer holding the n bytes at s (n >= 0), as StringBuffer(s, n, 0)
     // does; null when memory runs out (never a buffer marked failed).
     static StringBuffer* text(const char* s, int n);

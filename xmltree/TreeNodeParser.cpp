@@ -343,7 +343,8 @@ const char* TreeParser::attribute(const char* p, TreeNode* node) {
     if (nameLen == 0) return p;
     if (clean && !StringBuffer::isBadXmlNameStart(name[0])) {
         if (numPending == kMaxPending && !flushAttributes(node)) failed = true;
-        pending[numPending++] = a;
+        pending[numPending] = {a.name, a.nameLen, a.value, a.valueLen};
+        pendingDecoded[numPending++] = a.decodedAt;
         return p;
     }
     if (!flushAttributes(node)) failed = true;
@@ -392,21 +393,22 @@ bool TreeParser::flushAttributes(TreeNode* node) {
     if (numPending == 0) return true;
     const int n = numPending;
     numPending = 0;
+    for (int i = 0; i < n; ++i) {
+        if (pendingDecoded[i] >= 0) pending[i].value = decoded.getString() + pendingDecoded[i];
+    }
+    if (!node->attributes) {
+        node->attributes = xmltree::WithRoom::attributeSetOf(pending, n);  // sized for them
+        return node->attributes != nullptr;
+    }
     size_t bytes = 0;
     for (int i = 0; i < n; ++i)
         bytes += static_cast<size_t>(pending[i].nameLen) + static_cast<size_t>(pending[i].valueLen);
     AttributeSet* set = node->attributes;
-    if (!set) {
-        set = node->attributes = xmltree::WithRoom::attributeSet(n, bytes);  // sized for them
-        if (!set) return false;
-    } else {
-        if (!set->reserve(n, bytes)) return false;
-        setGrew = true;
-    }
+    if (!set->reserve(n, bytes)) return false;
+    setGrew = true;
     for (int i = 0; i < n; ++i) {
-        const PendingAttr& a = pending[i];
-        const char* value = a.decodedAt >= 0 ? decoded.getString() + a.decodedAt : a.value;
-        if (!set->addAttributeN(a.name, a.nameLen, value, a.valueLen)) return false;
+        const xmltree::WithRoom::Pair& a = pending[i];
+        if (!set->addAttributeN(a.name, a.nameLen, a.value, a.valueLen)) return false;
     }
     return true;
 }

@@ -8,6 +8,7 @@
 #include <memory>
 #include <new>
 
+#include "foundation/WithRoom.h"
 #include "xmltree/TreeInternal.h"
 #include "xmltree/TreeNode.h"
 #include "xmltree/TreeParseNotes.h"
@@ -120,7 +121,12 @@ class TreeParser {
     StringBuffer valueBuf;
     StringBuffer decoded;
     static constexpr int kMaxPending = 32;
-    PendingAttr pending[kMaxPending] = {};
+    // The clean pairs of the tag being read, and for each the offset of its
+    // decoded value in `decoded` (-1: the value is `value` in the text);
+    // values are pointed at in `decoded` only when they are stored, since
+    // appending to it may move it.
+    xmltree::WithRoom::Pair pending[kMaxPending] = {};
+    int pendingDecoded[kMaxPending] = {};
     int numPending = 0;
     // The element's set took pairs in more than one flush, so it may have
     // grown past them: it is shrunk when the start tag ends.
