@@ -92,8 +92,24 @@ inline const char* scanToNameEnd(const char* p, const unsigned char (&cls)[256])
 // Length of the name at p when it needs no cleaning, else -1.
 inline int cleanNameLength(const char* p, const unsigned char (&cls)[256]) {
     const char* q = p;
-    while (cls[static_cast<unsigned char>(*q)] == kNameByte)
-        ++q;
+    // Four bytes a step, one test each: the NUL that ends the text is never a
+    // name byte, so no byte past it is read.
+    auto isName = [&cls](const char* at) { return cls[static_cast<unsigned char>(*at)] == kNameByte; };
+    for (;; q += 4) {
+        if (!isName(q)) break;
+        if (!isName(q + 1)) {
+            q += 1;
+            break;
+        }
+        if (!isName(q + 2)) {
+            q += 2;
+            break;
+        }
+        if (!isName(q + 3)) {
+            q += 3;
+            break;
+        }
+    }
     return cls[static_cast<unsigned char>(*q)] == kNameEnd ? static_cast<int>(q - p) : -1;
 }
 
