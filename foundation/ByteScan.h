@@ -159,12 +159,10 @@ inline const char* skipWsRun(const char* p, const char* end) {
     return skipWs(p);
 }
 
-// The first a, b or NUL at or after p.
-inline const char* findEither(const char* p, const char* end, char a, char b) {
+// The first a, b or NUL at or after p, 16 bytes a step while they lie
+// before `end`, then byte by byte.
+inline const char* findEitherWide(const char* p, const char* end, char a, char b) {
 #if defined(__SSE2__)
-    for (int i = 0; i < 4; ++i, ++p) {
-        if (*p == a || *p == b || *p == '\0') return p;
-    }
     for (; p + 16 <= end; p += 16) {
         const __m128i v = load16(p);
         const __m128i hit =
@@ -177,6 +175,39 @@ inline const char* findEither(const char* p, const char* end, char a, char b) {
     while (*p != a && *p != b && *p != '\0')
         ++p;
     return p;
+}
+
+// The first a, b or NUL at or after p. The first bytes go one by one:
+// values and closing tags are often shorter than a wide step.
+inline const char* findEither(const char* p, const char* end, char a, char b) {
+    for (int i = 0; i < 4; ++i, ++p) {
+        if (*p == a || *p == b || *p == '\0') return p;
+    }
+    return findEitherWide(p, end, a, b);
+}
+
+// The same scan for two bytes fixed where it is called: the first bytes are
+// tested through a table, one test a byte rather than three.
+struct StopPair {
+    unsigned char stop[256];
+    char a;
+    char b;
+    constexpr StopPair(char first, char second) : stop(), a(first), b(second) {
+        stop[static_cast<unsigned char>(first)] = 1;
+        stop[static_cast<unsigned char>(second)] = 1;
+        stop[0] = 1;
+    }
+};
+constexpr StopPair kQuoteOrAmp('"', '&');
+constexpr StopPair kAposOrAmp('\'', '&');
+constexpr StopPair kEitherQuote('"', '\'');
+constexpr StopPair kTagEndOrOpen('>', '<');
+
+inline const char* findEither(const char* p, const char* end, const StopPair& s) {
+    for (int i = 0; i < 4; ++i, ++p) {
+        if (s.stop[static_cast<unsigned char>(*p)]) return p;
+    }
+    return findEitherWide(p, end, s.a, s.b);
 }
 
 // ---- bytes the writer escapes -------------------------------------------------

@@ -365,13 +365,14 @@ const char* TreeParser::scanValue(const char* p, PendingAttr& a) {
     const char* end;
     bool amp = false;
     if (isQuote(q)) {
-        end = findEither(value, textEnd, q, '&');
+        const bytescan::StopPair& stops = q == '"' ? bytescan::kQuoteOrAmp : bytescan::kAposOrAmp;
+        end = findEither(value, textEnd, stops);
         while (*end == '&') {
             amp = true;
-            end = findEither(end + 1, textEnd, q, '&');
+            end = findEither(end + 1, textEnd, stops);
         }
     } else {
-        end = findEither(value, textEnd, '"', '\'');
+        end = findEither(value, textEnd, bytescan::kEitherQuote);
         amp = std::memchr(value, '&', static_cast<size_t>(end - value)) != nullptr;
         if (notes) notes->note(xmltree::ParseNote::kUnquotedValue, value, end, cur);
     }
@@ -430,7 +431,7 @@ TreeParser::Step TreeParser::closingTag(const char*& pos) {
         }
         if (notes) notes->closingTag(p, cur);
     }
-    p = findEither(p, textEnd, '>', '<');
+    p = findEither(p, textEnd, bytescan::kTagEndOrOpen);
     if (*p == '>') {
         ++p;
     } else {
