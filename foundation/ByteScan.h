@@ -94,7 +94,9 @@ inline int cleanNameLength(const char* p, const unsigned char (&cls)[256]) {
     const char* q = p;
     // Four bytes a step, one test each: the NUL that ends the text is never a
     // name byte, so no byte past it is read.
-    auto isName = [&cls](const char* at) { return cls[static_cast<unsigned char>(*at)] == kNameByte; };
+    auto isName = [&cls](const char* at) {
+        return cls[static_cast<unsigned char>(*at)] == kNameByte;
+    };
     for (;; q += 4) {
         if (!isName(q)) break;
         if (!isName(q + 1)) {

@@ -68,11 +68,16 @@ AttributeSet* WithRoom::attributeSet(int count, std::size_t textBytes) {
     return make<AttributeSet>(needed - inline_);
 }
 
-AttributeSet* WithRoom::attributeSetOf(const Pair* pairs, int n) {
-    std::size_t textBytes = 0;
+std::size_t WithRoom::pairBytes(const Pair* pairs, int n) {
+    std::size_t bytes = 0;
     for (int i = 0; i < n; ++i)
-        textBytes += static_cast<std::size_t>(pairs[i].nameLen) + static_cast<std::size_t>(pairs[i].valueLen);
-    AttributeSet* set = attributeSet(n, textBytes);
+        bytes += static_cast<std::size_t>(pairs[i].nameLen) +
+                 static_cast<std::size_t>(pairs[i].valueLen);
+    return bytes;
+}
+
+AttributeSet* WithRoom::attributeSetOf(const Pair* pairs, int n) {
+    AttributeSet* set = attributeSet(n, pairBytes(pairs, n));
     if (!set) return nullptr;
     // The set has room for exactly these: entries grow up from the block's
     // start and texts down from its end, as addAttributeN lays them out.

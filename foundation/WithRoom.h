@@ -35,6 +35,8 @@ class WithRoom {
     // their bytes) makes it and filled without a call per pair. Null when
     // memory runs out.
     static AttributeSet* attributeSetOf(const Pair* pairs, int n);
+    // Bytes of the n pairs' names and values, terminators not counted.
+    static std::size_t pairBytes(const Pair* pairs, int n);
     // A buffer holding the n bytes at s (n >= 0), as StringBuffer(s, n, 0)
     // does; null when memory runs out (never a buffer marked failed).
     static StringBuffer* text(const char* s, int n);

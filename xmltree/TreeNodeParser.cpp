@@ -401,11 +401,8 @@ bool TreeParser::flushAttributes(TreeNode* node) {
         node->attributes = xmltree::WithRoom::attributeSetOf(pending, n);  // sized for them
         return node->attributes != nullptr;
     }
-    size_t bytes = 0;
-    for (int i = 0; i < n; ++i)
-        bytes += static_cast<size_t>(pending[i].nameLen) + static_cast<size_t>(pending[i].valueLen);
     AttributeSet* set = node->attributes;
-    if (!set->reserve(n, bytes)) return false;
+    if (!set->reserve(n, xmltree::WithRoom::pairBytes(pending, n))) return false;
     setGrew = true;
     for (int i = 0; i < n; ++i) {
         const xmltree::WithRoom::Pair& a = pending[i];
