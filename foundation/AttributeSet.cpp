@@ -276,8 +276,7 @@ void AttributeSet::appendXml(StringBuffer& out) const {
 
 bool AttributeSet::reserve(int count, std::size_t textBytes) {
     if (count <= 0) return true;
-    const uint64_t needed = static_cast<uint64_t>(usedBytes()) +
-                            static_cast<uint64_t>(count) * (sizeof(Entry) + 2) + textBytes;
+    const uint64_t needed = static_cast<uint64_t>(usedBytes()) + bytesFor(count, textBytes);
     if (needed <= m_blockCap) return true;
     if (needed > kMaxBlock) return false;
     uint64_t newCap = needed;

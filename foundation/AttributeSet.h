@@ -98,6 +98,11 @@ public:
     // bytes hold 10% less heap per element than 88 did, at no parse cost.
     static constexpr uint32_t kInlineBytes = 24;
 
+    // Block bytes that `count` pairs of `textBytes` bytes of names and values
+    // take: an entry and two terminators each, and the texts.
+    static uint64_t bytesFor(int count, std::size_t textBytes) {
+        return static_cast<uint64_t>(count) * (sizeof(Entry) + 2) + textBytes;
+    }
     Entry* entries() const { return reinterpret_cast<Entry*>(m_block); }
     const char* namePtr(const Entry& e) const { return m_block + m_blockCap - e.nameOff; }
     const char* valuePtr(const Entry& e) const { return namePtr(e) + e.nameLen + 1; }

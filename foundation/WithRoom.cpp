@@ -53,9 +53,7 @@ Base* WithRoom::make(std::size_t bytes, Args... args) {
 
 AttributeSet* WithRoom::attributeSet(int count, std::size_t textBytes) {
     const std::size_t inline_ = AttributeSet::kInlineBytes;
-    const std::size_t needed =
-        count > 0 ? static_cast<std::size_t>(count) * (sizeof(AttributeSet::Entry) + 2) + textBytes
-                  : 0;
+    const std::size_t needed = count > 0 ? AttributeSet::bytesFor(count, textBytes) : 0;
     if (needed <= inline_) return new (std::nothrow) AttributeSet();
     if (needed - inline_ > kMaxRoom<AttributeSet>) {
         AttributeSet* set = new (std::nothrow) AttributeSet();
@@ -77,10 +75,18 @@ std::size_t WithRoom::pairBytes(const Pair* pairs, int n) {
 }
 
 AttributeSet* WithRoom::attributeSetOf(const Pair* pairs, int n) {
-    AttributeSet* set = attributeSet(n, pairBytes(pairs, n));
+    const std::size_t textBytes = pairBytes(pairs, n);
+    AttributeSet* set = attributeSet(n, textBytes);
     if (!set) return nullptr;
-    // The set has room for exactly these: entries grow up from the block's
-    // start and texts down from its end, as addAttributeN lays them out.
+    // The pairs are written without a check each, so the room is checked
+    // here once rather than trusted.
+    if (__builtin_expect(set->m_blockCap < AttributeSet::bytesFor(n, textBytes), 0) &&
+        !set->reserve(n, textBytes)) {
+        delete set;
+        return nullptr;
+    }
+    // Entries grow up from the block's start and texts down from its end,
+    // as addAttributeN lays them out.
     AttributeSet::Entry* e = set->entries();
     char* const end = set->m_block + set->m_blockCap;
     std::uint32_t arena = 0;
