@@ -139,6 +139,33 @@ TEST(ParserMarkup, RecoveryRulesAndEdges) {
     }
 }
 
+// Names and values are scanned a few bytes a step, then values and closing
+// tags 16 a step: every length up to past one wide step, each followed by
+// the bytes that can end it.
+TEST(ParserScans, EveryShortLengthWithEachEnd) {
+    const std::string letters = "abcdefghijklmnopqrstuvwxyz";
+    for (size_t n = 1; n <= 24; ++n) {
+        const std::string name = letters.substr(0, n);
+        const std::string value = letters.substr(0, n - 1);
+        const std::string pair = name + "=" + value + ";";
+        const struct {
+            std::string in, tree;
+        } rows[] = {
+            {"<" + name + "/>", name},
+            {"<" + name + ">\n</" + name + ">", name},
+            {"<" + name + "\t/>", name},
+            {"<r><" + name + ">x</" + name + "\n>y</r>", "r{y}[" + name + "{x}]"},
+            {"<r " + name + "='" + value + "'/>", "r(" + pair + ")"},
+            {"<r " + name + " = \"" + value + "\"\n" + name + "=\"&amp;" + value + "\">",
+             "r(" + pair + name + "=&" + value + ";)"},
+        };
+        for (const auto& row : rows) {
+            Parsed p(row.in, true);
+            EXPECT_EQ(p.tree(), row.tree) << row.in;
+        }
+    }
+}
+
 // Each kind of note at the place it concerns. The spans are what a report
 // shows; the messages of the recoveries follow their notes.
 TEST(ParserNotes, EachKindAtItsPlace) {
