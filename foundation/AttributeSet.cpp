@@ -8,6 +8,7 @@
 
 #include "foundation/ByteScan.h"
 #include "foundation/MemoryHook.h"
+#include "foundation/PoolArena.h"
 #include "foundation/SmallObjectPool.h"
 #include "foundation/StringBuffer.h"
 #include "foundation/StringFunctions.h"
@@ -20,14 +21,14 @@ const uint64_t kMaxBlock = static_cast<uint64_t>(INT_MAX);
 // a tag's attributes cost no malloc; the capacity tells which a block is.
 char* newBlock(uint32_t cap) {
     return static_cast<char*>(cap <= SmallObjectPool::kMaxBlock ? SmallObjectPool::allocate(cap)
-                                                                : xmltree::mem::allocate(cap));
+                                                                : xmltree::TreeArena::allocateLarge(cap));
 }
 
 void freeBlock(char* p, uint32_t cap) {
     if (cap <= SmallObjectPool::kMaxBlock) {
         SmallObjectPool::deallocate(p, cap);
     } else {
-        xmltree::mem::release(p);
+        xmltree::TreeArena::releaseLarge(p);
     }
 }
 

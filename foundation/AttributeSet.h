@@ -7,6 +7,7 @@
 #include "foundation/PooledObject.h"
 
 class StringBuffer;
+class TreeArenaCheck;
 namespace xmltree {
 class WithRoom;
 }
@@ -115,6 +116,7 @@ public:
     // For sets made with room (foundation/WithRoom.h, internal): the object
     // is followed in its block by `room` more bytes, which continue m_inline.
     friend class xmltree::WithRoom;
+    friend class ::TreeArenaCheck;  // reads where the pairs live
     explicit AttributeSet(uint32_t room);
 
     char* m_block;         // m_inline or a malloc'd block of m_blockCap bytes

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "foundation/MemoryHook.h"
+#include "foundation/PoolArena.h"
 #include "foundation/SmallObjectPool.h"
 #include "foundation/StringBuffer.h"
 
@@ -20,7 +21,7 @@ void releaseSlots(void** items, int cap) {
     if (cap <= kPooledSlots) {
         SmallObjectPool::deallocate(items, static_cast<size_t>(cap) * sizeof(void*));
     } else {
-        xmltree::mem::release(items);
+        xmltree::TreeArena::releaseLarge(items);
     }
 }
 
@@ -30,7 +31,7 @@ void releaseSlots(void** items, int cap) {
 void** moveSlots(void** items, int size, int cap, int capacity) {
     const size_t bytes = static_cast<size_t>(capacity) * sizeof(void*);
     void* block =
-        capacity <= kPooledSlots ? SmallObjectPool::allocate(bytes) : xmltree::mem::allocate(bytes);
+        capacity <= kPooledSlots ? SmallObjectPool::allocate(bytes) : xmltree::TreeArena::allocateLarge(bytes);
     if (!block) return nullptr;
     if (size) std::memcpy(block, items, static_cast<size_t>(size) * sizeof(void*));
     releaseSlots(items, cap);
@@ -55,7 +56,7 @@ bool ExtPtrArray::reserve(int capacity) {
     if (capacity <= m_cap) return true;
     if (static_cast<size_t>(capacity) > SIZE_MAX / sizeof(void*)) return false;
     void** block = m_cap > kPooledSlots
-                       ? static_cast<void**>(xmltree::mem::reallocate(
+                       ? static_cast<void**>(xmltree::TreeArena::reallocateLarge(
                              m_items, static_cast<size_t>(capacity) * sizeof(void*)))
                        : moveSlots(m_items, m_size, m_cap, capacity);
     if (!block) return false;

@@ -4,6 +4,7 @@
 #include "foundation/PooledObject.h"
 
 class StringBuffer;
+class TreeArenaCheck;
 
 // An ordered array of untyped pointers. The array never owns its elements,
 // except that removeAllObjects deletes them (only for StringBuffer lists).
@@ -63,6 +64,7 @@ public:
     int getCapacity() const { return m_cap; }
 
 private:
+    friend class ::TreeArenaCheck;  // reads where the slots live
     bool grow();  // room for at least one more element
 
     void** m_items;

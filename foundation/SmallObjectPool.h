@@ -24,6 +24,10 @@
 // given up by the owner when it frees into them, in trim() or when it ends.
 // A thread that ends seals all its slabs.
 //
+// A parse puts its tree in slabs of its own instead (a tree arena,
+// foundation/PoolArena.h), so that the tree can be freed whole; a changed
+// tree's slabs join the pool of the thread that changed it.
+//
 // Memory after the trees are gone: empty slabs are kept for the next tree, up
 // to 1 MB per thread and 16 MB shared, and the rest go back to malloc. trim()
 // gives back the spares too and asks malloc to return free memory to the

@@ -10,6 +10,7 @@
 #include "foundation/DataBuffer.h"
 #include "foundation/ExtPtrArray.h"
 #include "foundation/MemoryHook.h"
+#include "foundation/PoolArena.h"
 #include "foundation/SmallObjectPool.h"
 #include "foundation/StringFunctions.h"
 #include "foundation/TextTransfer.h"
@@ -66,14 +67,14 @@ inline bool pooledCapacity(uint32_t cap) {
 char* newBlock(uint32_t cap) {
     const size_t bytes = static_cast<size_t>(cap) + 1;
     return static_cast<char*>(pooledCapacity(cap) ? SmallObjectPool::allocate(bytes)
-                                                  : xmltree::mem::allocate(bytes));
+                                                  : xmltree::TreeArena::allocateLarge(bytes));
 }
 
 void freeBlock(char* p, uint32_t cap) {
     if (pooledCapacity(cap)) {
         SmallObjectPool::deallocate(p, static_cast<size_t>(cap) + 1);
     } else {
-        xmltree::mem::release(p);
+        xmltree::TreeArena::releaseLarge(p);
     }
 }
 
@@ -81,7 +82,7 @@ void freeBlock(char* p, uint32_t cap) {
 // p untouched, when memory runs out.
 char* resizeBlock(char* p, uint32_t cap, uint32_t newCap, uint32_t keep) {
     if (!pooledCapacity(cap) && !pooledCapacity(newCap)) {
-        return static_cast<char*>(xmltree::mem::reallocate(p, static_cast<size_t>(newCap) + 1));
+        return static_cast<char*>(xmltree::TreeArena::reallocateLarge(p, static_cast<size_t>(newCap) + 1));
     }
     char* block = newBlock(newCap);
     if (!block) return nullptr;

@@ -7,6 +7,7 @@
 #include "foundation/PooledObject.h"
 
 class ExtPtrArray;
+class TreeArenaCheck;
 namespace xmltree {
 class WithRoom;
 }
@@ -224,6 +225,7 @@ public:
 
 private:
     friend class TextTransfer;
+    friend class ::TreeArenaCheck;  // reads where the text lives
     // For buffers made with room (foundation/WithRoom.h, internal): the
     // object is followed in its block by `room` more bytes, which continue
     // m_inline; it holds the n bytes at s there.

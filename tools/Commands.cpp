@@ -22,14 +22,14 @@ const char* textOf(const char* s) {
     return s ? s : "";
 }
 
+// Through the node's getters rather than its children array: asking for
+// the array would cost a parsed tree its quick release.
 TreeNode* childAt(const TreeNode* node, int index) {
-    ExtPtrArray* children = node->getChildrenArray();
-    return children ? static_cast<TreeNode*>(children->elementAt(index)) : nullptr;
+    return const_cast<TreeNode*>(node)->getChild(index);
 }
 
 int childCount(const TreeNode* node) {
-    ExtPtrArray* children = node->getChildrenArray();
-    return children ? children->getSize() : 0;
+    return node->getNumChildren();
 }
 
 // The tests of the library's tag, content-pattern and attribute searches,
@@ -46,9 +46,9 @@ struct FindQuery {
         if (contentPattern && !wildcardMatch(textOf(node->getContent()), contentPattern, true)) {
             return false;
         }
-        if (attrName) {
-            const AttributeSet* attrs = node->getAttributeSet();
-            if (!attrs || !attrs->hasMatchingAttribute(attrName, attrPattern)) return false;
+        if (attrName &&
+            !const_cast<TreeNode*>(node)->hasMatchingAttribute(attrName, attrPattern)) {
+            return false;
         }
         return true;
     }

@@ -131,7 +131,7 @@ public:
         if (root == m_root) return;
         if (TreeNode* old = release()) {
             if (!old->getParent()) {
-                if (old->getTreeInfo()) {
+                if (old->getRoot()) {
                     old->deleteTree();
                 } else {
                     delete old;  // a node outside any tree owns only itself
@@ -189,8 +189,9 @@ public:
 
     // The child (borrowed).
     TreeNode* operator*() const noexcept {
-        ExtPtrArray* kids = m_parent->getChildrenArray();
-        return static_cast<TreeNode*>(kids ? kids->elementAt(m_index) : nullptr);
+        // getChild only reads; it is not const because the node model's
+        // getters never were.
+        return const_cast<TreeNode*>(m_parent)->getChild(m_index);
     }
     // The next child.
     ChildIterator& operator++() noexcept {
@@ -309,11 +310,10 @@ private:
         while (!m_visit.hasObjects()) {
             TreeNode* parent = popParent();
             if (!parent) return;
-            ExtPtrArray* kids = parent->getChildrenArray();
-            void** slots = kids->getItems();
-            int n = kids->getSize();
+            const int n = parent->getNumChildren();
             for (int i = 0; i < n; ++i) {
-                if (slots[i] && !m_visit.push(slots[i])) return fail();
+                TreeNode* child = parent->getChild(i);
+                if (child && !m_visit.push(child)) return fail();
             }
         }
         m_current = static_cast<TreeNode*>(m_visit.pop());

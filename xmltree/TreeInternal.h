@@ -15,6 +15,10 @@
 // friend of TreeNode.
 class TreeNodeLinks {
   public:
+    // The children array, read without handing a parsed tree's arena over
+    // as the public getter does.
+    static ExtPtrArray* childrenOf(TreeNode* node) { return node->children; }
+
     // The children array of parent, made on first use: sized after the
     // previous sibling's, since siblings tend to have alike shapes, and to
     // hold at least `atLeast`. Null when memory runs out.

@@ -21,6 +21,9 @@
 //     not unlink a node from its parent, whose slot would dangle.
 //   - Copy construction exists but copies nothing (see below); assignment is
 //     deleted.
+//   - A large parsed tree that has not been changed is freed whole, without
+//     visiting its nodes; once it is changed, or a pointer to one of its
+//     buffers, arrays or its TreeInfo is asked for, it is freed node by node.
 //
 // All text is UTF-8. Wildcard patterns: '*' matches any run of bytes, '?'
 // exactly one byte, every other byte itself; the whole text must match and a
@@ -60,6 +63,9 @@
 #include "xmltree/StringConsumer.h"
 
 class TreeNode;
+namespace xmltree {
+struct PoolArena;
+}
 
 // Markers kept in TreeNode::magic and TreeInfo::magic.
 enum : uint8_t { kTreeMagicAlive = 206, kTreeMagicDead = 49 };
@@ -97,6 +103,14 @@ public:
     int treeId;
     // Tree references held on the nodes of this tree, in all.
     int refCount;
+
+private:
+    friend class TreeNode;
+    friend class TreeArenaCheck;
+    // The slabs a parse filled with this tree, while every block in them is
+    // the tree's and the tree can be freed whole (foundation/PoolArena.h);
+    // null once the tree was changed, and for trees not parsed.
+    xmltree::PoolArena* arena;
 };
 
 // One XML element: a tag, text content, ordered attributes and ordered
@@ -173,15 +187,24 @@ public:
 
     // Read access to the bookkeeping fields, for invariant checks and tools.
     // The shared record; null outside a tree.
-    TreeInfo* getTreeInfo() const { return treeInfo; }
+    TreeInfo* getTreeInfo() const {
+        editing();
+        return treeInfo;
+    }
     // kTreeMagicAlive while the node is alive.
     uint8_t getMagic() const { return magic; }
     // References held on this node itself.
     int getLocalRefCount() const { return localRefCount; }
     // The children (owned by the node); null until the first child came.
-    ExtPtrArray* getChildrenArray() const { return children; }
+    ExtPtrArray* getChildrenArray() const {
+        editing();
+        return children;
+    }
     // The attributes (owned by the node); null until the first was added.
-    AttributeSet* getAttributeSet() const { return attributes; }
+    AttributeSet* getAttributeSet() const {
+        editing();
+        return attributes;
+    }
 
     // ---- content ----------------------------------------------------------
     // The node owns its content buffer, made on the first write. Setters
@@ -630,6 +653,7 @@ private:
     friend class TreeOrdering;
     friend class TreeSwap;
     friend class TreeNodeLinks;
+    friend class TreeArenaCheck;
 
     TreeInfo* treeInfo;
     StringBuffer* tag;
@@ -650,6 +674,14 @@ private:
     // Makes the tag buffer in tagSlot holding text; false, with no tag
     // buffer, when a text too long for the buffer's own bytes finds no memory.
     bool makeTag(const char* text, int len);
+
+    // Called first by every operation that may change the tree's objects or
+    // hands out one that the caller may change: a parsed tree then stops
+    // being freed whole, and its objects are freed one by one like any.
+    void editing() const {
+        if (treeInfo && treeInfo->arena) releaseArena();
+    }
+    void releaseArena() const;
 };
 
 #endif

@@ -32,6 +32,7 @@ bool treeinternal::addCleanedAttribute(AttributeSet*& set, const char* name, siz
 }
 
 void TreeNode::addAttribute(const char* name, const char* value) {
+    editing();
     if (!name || !*name) return;
     if (!value) value = "";
     treeinternal::addCleanedAttribute(attributes, name, std::strlen(name), value,
@@ -39,6 +40,7 @@ void TreeNode::addAttribute(const char* name, const char* value) {
 }
 
 bool TreeNode::updateAttribute(const char* name, const char* value) {
+    editing();
     if (!attributes) {
         attributes = new (std::nothrow) AttributeSet();
         if (!attributes) return false;
@@ -48,10 +50,12 @@ bool TreeNode::updateAttribute(const char* name, const char* value) {
 }
 
 bool TreeNode::removeAttribute(const char* name) {
+    editing();
     return attributes ? attributes->removeAttribute(name) : false;
 }
 
 void TreeNode::removeAllAttributes() {
+    editing();
     if (attributes) attributes->clear();
 }
 
@@ -92,6 +96,7 @@ bool TreeNode::hasAttributeWithValue(StringPair& pair) {
 }
 
 void TreeNode::copyAttributes(TreeNode& from) {
+    editing();
     if (attributes) attributes->clear();
     if (!from.attributes) return;
     int n = from.attributes->getSize();

@@ -66,6 +66,8 @@ bool TreeNode::appendChild2(TreeNode* child, int) {
     if (child->parent && child->parent != this) return false;
     int savedCount = child->treeInfo ? child->treeInfo->refCount : 0;
     if (child->treeInfo == treeInfo) return false;
+    editing();
+    child->editing();
 
     if (!TreeNodeLinks::linkLast(this, child)) return false;
 
@@ -84,6 +86,8 @@ bool TreeNode::insertChild(int index, TreeNode* child) {
     if (child->parent) return false;
     int savedCount = child->treeInfo ? child->treeInfo->refCount : 0;
     if (child->treeInfo == treeInfo) return false;
+    editing();
+    child->editing();
 
     if (!TreeNodeLinks::link(this, index, child)) return false;
 
@@ -133,6 +137,7 @@ bool TreeNodeLinks::unlink(TreeNode* child) {
 }
 
 void TreeNode::removeFromTree() {
+    editing();
     // The new record comes first: without it the subtree would belong to
     // nobody, so running out of memory leaves everything as it was.
     if (!parent || !parent->children) return;
@@ -161,6 +166,7 @@ void TreeNode::removeFromTree() {
 }
 
 void TreeNode::removeChildByIndex(int index) {
+    editing();
     TreeNode* child = getChild(index);
     if (!child) return;
     child->removeFromTree();
@@ -194,14 +200,17 @@ void removeMatching(TreeNode* self, const char* wanted, TextOf text) {
 }  // namespace
 
 void TreeNode::removeChild(const char* tagName) {
+    editing();
     removeMatching(this, tagName, [](const TreeNode* n) { return n->getTag(); });
 }
 
 void TreeNode::removeChildWithContent(const char* contentValue) {
+    editing();
     removeMatching(this, contentValue, [](const TreeNode* n) { return n->getContent(); });
 }
 
 void TreeNode::moveUpChildWithContent(const char* wanted) {
+    editing();
     if (!wanted || getNumChildren() < 2) return;
     int n = getNumChildren();
     for (int i = 1; i < n; ++i) {
@@ -215,6 +224,7 @@ void TreeNode::moveUpChildWithContent(const char* wanted) {
 }
 
 void TreeNode::moveDownChildWithContent(const char* wanted) {
+    editing();
     if (!wanted || getNumChildren() < 2) return;
     int n = getNumChildren();
     for (int i = 0; i < n - 1; ++i) {
@@ -239,6 +249,7 @@ void TreeNode::rebuildChildrenSiblingList() {
 }
 
 void TreeNode::renameChildTag(const char* oldTag, const char* newTag) {
+    editing();
     if (!oldTag || !newTag) return;
     int n = getNumChildren();
     for (int i = 0; i < n; ++i) {

@@ -4,6 +4,7 @@
 #include "xmltree/TreeNode.h"
 
 void TreeNode::ensureLegalTagStartChar() {
+    editing();
     if (!tag || tag->getSize() == 0) return;
     if (StringBuffer::isBadXmlNameStart(tag->charAt(0))) tag->prepend("A");
 }
@@ -11,16 +12,19 @@ void TreeNode::ensureLegalTagStartChar() {
 // ---- writing ----------------------------------------------------------------
 
 bool TreeNode::ensureContentObj() {
+    editing();
     if (!content) content = StringBuffer::createNewSB();
     return content != nullptr;
 }
 
 StringBuffer* TreeNode::getOrCreateContentSb() {
+    editing();
     if (!content) content = StringBuffer::createNewSB(120);
     return content;
 }
 
 void TreeNode::setContentN(const char* s, int n) {
+    editing();
     if (!s) {
         if (content) content->clear();
         return;
@@ -35,10 +39,12 @@ void TreeNode::setContentN(const char* s, int n) {
 }
 
 void TreeNode::setContentUtf8Data(const DataBuffer& data) {
+    editing();
     setContentN(reinterpret_cast<const char*>(data.getData2()), static_cast<int>(data.getSize()));
 }
 
 void TreeNode::setContentUtf8(const char* s) {
+    editing();
     if (!s) {
         if (content) content->clear();
         return;
@@ -53,6 +59,7 @@ void TreeNode::setContentUtf8(const char* s) {
 }
 
 void TreeNode::appendContent(const char* s) {
+    editing();
     if (!s || !*s) return;
     if (!content) {
         content = StringBuffer::createNewSB(s);
@@ -62,6 +69,7 @@ void TreeNode::appendContent(const char* s) {
 }
 
 void TreeNode::appendContentN(const char* s, int n) {
+    editing();
     if (!s || !*s) return;
     if (!content) {
         content = StringBuffer::createNewSB();
@@ -71,6 +79,7 @@ void TreeNode::appendContentN(const char* s, int n) {
 }
 
 void TreeNode::appendContent(const DataBuffer& data) {
+    editing();
     unsigned int n = data.getSize();
     if (n == 0) return;
     if (!content) {
@@ -82,6 +91,7 @@ void TreeNode::appendContent(const DataBuffer& data) {
 }
 
 void TreeNode::appendContentChar(char c) {
+    editing();
     if (!content) {
         content = StringBuffer::createNewSB();
         if (!content) return;
@@ -90,6 +100,7 @@ void TreeNode::appendContentChar(char c) {
 }
 
 void TreeNode::appendContentInt(int v) {
+    editing();
     if (!content) {
         content = StringBuffer::createNewSB();
         if (!content) return;
@@ -104,10 +115,12 @@ void TreeNode::setCdata(bool b) {
 // ---- reading ----------------------------------------------------------------
 
 StringBuffer* TreeNode::getContentSb() {
+    editing();
     return content;
 }
 
 StringBuffer* TreeNode::getContentSb_const() const {
+    editing();
     return content;
 }
 

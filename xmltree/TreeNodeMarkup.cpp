@@ -149,6 +149,7 @@ TreeParser::Step TreeParser::processingInstruction() {
 }
 
 void TreeNode::parsePrologLineAttr(ParseEngine& engine, TreeNode* node, LogBase* /*log*/) {
+    if (node) node->editing();
     TreeParser::prologLineAttributes(engine, node);
 }
 

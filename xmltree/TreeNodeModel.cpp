@@ -10,6 +10,7 @@
 #include <iterator>
 #include <new>
 
+#include "foundation/PoolArena.h"
 #include "foundation/SmallObjectPool.h"
 #include "xmltree/TreeInternal.h"
 #include "xmltree/TreeNode.h"
@@ -187,10 +188,16 @@ TreeInfo::TreeInfo()
       processing(nullptr),
       docType(nullptr),
       treeId(NextTreeID.fetch_add(1)),
-      refCount(0) {}
+      refCount(0),
+      arena(nullptr) {}
 
 TreeInfo::~TreeInfo() {
     magic = kTreeMagicDead;
+    // A record that goes before its root (an attached tree's) still holds
+    // its arena only if an edit forgot to hand it over; its slabs must live
+    // on with the nodes.
+    xmltree::TreeArena::release(arena);
+    arena = nullptr;
     delete docType;
     docType = nullptr;
     delete processing;
@@ -238,6 +245,16 @@ TreeNode::TreeNode(const TreeNode&) : TreeNode() {}
 
 TreeNode::~TreeNode() {
     magic = kTreeMagicDead;
+    // A parsed tree that kept its arena: every object of it lies in the
+    // arena and nothing else does, so the arena goes whole instead of each
+    // object being visited and freed. This node's own block stays for the
+    // delete that called this destructor.
+    if (treeInfo && treeInfo->root == this && treeInfo->arena &&
+        treeInfo->magic == kTreeMagicAlive) {
+        xmltree::PoolArena* arena = treeInfo->arena;
+        treeInfo->arena = nullptr;
+        if (xmltree::TreeArena::drop(arena, this, sizeof(TreeNode))) return;
+    }
     _releaseMyTagSB();
     delete content;
     content = nullptr;
@@ -273,10 +290,12 @@ TreeNode* TreeNode::createRoot3(const char* tagText, DataBuffer& bytes) {
 // ---- tags -----------------------------------------------------------------
 
 StringBuffer* TreeNode::_getMyTagSB2() {
+    editing();
     return tag;
 }
 
 void TreeNode::_setMyTag(const char* tagText) {
+    editing();
     if (!tag) {
         if (!tagText) return;
         const std::size_t len = std::strlen(tagText);
@@ -293,6 +312,7 @@ void TreeNode::setTag(const char* tagText) {
 }
 
 void TreeNode::_releaseMyTagSB() {
+    editing();
     if (tag && tag->isValidObject()) {
         tag->StringBuffer::~StringBuffer();  // always exactly a StringBuffer: no virtual call
         tag = nullptr;
@@ -322,6 +342,11 @@ bool TreeNode::decTreeRefCount() {
     bool result = localRefCount != 0 && treeDone;
     if (localRefCount > 0) --localRefCount;
     return result;
+}
+
+void TreeNode::releaseArena() const {
+    xmltree::TreeArena::release(treeInfo->arena);
+    treeInfo->arena = nullptr;
 }
 
 int TreeNode::getTreeRefCount() const {

@@ -291,6 +291,7 @@ TreeNode* TreeOrdering::insertSorted(TreeNode* parent, TreeNode* node, const cha
 }
 
 TreeNode* TreeNode::insertAscending(const char* tagName, const char* contentValue) {
+    editing();
     if (!tagName) return nullptr;
     TreeNode* node = new (std::nothrow) TreeNode(tagName, contentValue, 0);
     if (!node) return nullptr;
@@ -304,6 +305,7 @@ TreeNode* TreeNode::insertAscending(const char* tagName, const char* contentValu
 }
 
 TreeNode* TreeNode::checkInsertAscending(const char* tagName, StringPair* pair) {
+    editing();
     TreeNode* existing = getChild(tagName, pair);
     if (existing) return existing;
     TreeNode* node = insertAscending(tagName, nullptr);

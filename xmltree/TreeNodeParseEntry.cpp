@@ -6,10 +6,59 @@
 // for instance when decoding ran out of memory) is not parsed: what it holds
 // is not the whole document, and a tree of it would lose the rest silently.
 
+#include "foundation/PoolArena.h"
 #include "foundation/TextTransfer.h"
 #include "xmltree/TreeNode.h"
+#include "xmltree/TreeParser.h"
 
 namespace {
+
+// The caller's logger and monitor, called with the tree's arena paused:
+// what they allocate is theirs, not the tree's, and must outlive it.
+class ArenaPausingLog : public LogBase {
+  public:
+    explicit ArenaPausingLog(LogBase& inner) : m_inner(inner) {}
+    void logError(const char* message) override {
+        xmltree::TreeArenaPause pause;
+        m_inner.logError(message);
+    }
+    void logNameValue(const char* name, const char* value) override {
+        xmltree::TreeArenaPause pause;
+        m_inner.logNameValue(name, value);
+    }
+    bool wantsParseNotes() const override {
+        xmltree::TreeArenaPause pause;
+        return m_inner.wantsParseNotes();
+    }
+    void logParseNote(xmltree::ParseNote what, int offset, int length,
+                      const TreeNode* element) override {
+        xmltree::TreeArenaPause pause;
+        m_inner.logParseNote(what, offset, length, element);
+    }
+
+  private:
+    LogBase& m_inner;
+};
+
+class ArenaPausingMonitor : public ProgressMonitor {
+  public:
+    explicit ArenaPausingMonitor(ProgressMonitor* inner) : m_inner(inner) {}
+    void progressReset_32(unsigned int total) override {
+        xmltree::TreeArenaPause pause;
+        m_inner->progressReset_32(total);
+    }
+    void setAmountConsumed2_32(unsigned int amount, bool& abort) override {
+        xmltree::TreeArenaPause pause;
+        m_inner->setAmountConsumed2_32(amount, abort);
+    }
+    void consumeRemaining(int code) override {
+        xmltree::TreeArenaPause pause;
+        m_inner->consumeRemaining(code);
+    }
+
+  private:
+    ProgressMonitor* m_inner;
+};
 
 bool refuseIncomplete(LogBase& log, TreeNode** outRoot) {
     if (outRoot) *outRoot = nullptr;
@@ -23,6 +72,32 @@ bool isSixteenBitName(const StringBuffer& enc) {
 }
 
 }  // namespace
+
+// The tree is made in an arena of its own (foundation/PoolArena.h), which
+// must outlive everything else the parse made: the parser and its buffers
+// are gone before the arena closes.
+bool TreeNode::customParse(ParseEngine& engine, LogBase* log, ProgressMonitor* monitor,
+                           TreeNode** outRoot, bool trimWhitespace) {
+    LogNull nullLog;
+    if (!log) log = &nullLog;
+    if (!outRoot) return false;
+    *outRoot = nullptr;
+    xmltree::PoolArena* arena = xmltree::TreeArena::open();
+    bool ok = false;
+    {
+        ArenaPausingLog pausingLog(*log);
+        ArenaPausingMonitor pausingMonitor(monitor);
+        TreeParser parser(engine, &pausingLog, monitor ? &pausingMonitor : nullptr, trimWhitespace);
+        ok = parser.run(outRoot);
+    }
+    arena = xmltree::TreeArena::close(arena);
+    if (arena && *outRoot) {
+        (*outRoot)->treeInfo->arena = arena;
+    } else {
+        xmltree::TreeArena::release(arena);
+    }
+    return ok;
+}
 
 bool TreeNode::customParseFile(const char* path, LogBase* log, ProgressMonitor* monitor,
                                TreeNode** outRoot, bool trimWhitespace) {

@@ -532,13 +532,3 @@ void TreeParser::releaseAll() {
     completed = nullptr;
     releasePending();
 }
-
-bool TreeNode::customParse(ParseEngine& engine, LogBase* log, ProgressMonitor* monitor,
-                           TreeNode** outRoot, bool trimWhitespace) {
-    LogNull nullLog;
-    if (!log) log = &nullLog;
-    if (!outRoot) return false;
-    *outRoot = nullptr;
-    TreeParser parser(engine, log, monitor, trimWhitespace);
-    return parser.run(outRoot);
-}

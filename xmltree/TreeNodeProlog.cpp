@@ -49,6 +49,8 @@ void replacePrologText(StringBuffer*& field, const char* text) {
 }  // namespace
 
 void TreeNode::setXmlDeclaration(TreeNode* decl) {
+    editing();
+    if (decl) decl->editing();
     if (!treeInfo) return;
     if (treeInfo->xmlDecl == decl) return;
     if (treeInfo->xmlDecl) {
@@ -60,10 +62,12 @@ void TreeNode::setXmlDeclaration(TreeNode* decl) {
 }
 
 void TreeNode::setDocEncoding(const char* encoding) {
+    editing();
     setDeclAttribute(treeInfo, "encoding", encoding);
 }
 
 void TreeNode::checkSetDocEncoding(const char* encoding) {
+    editing();
     StringBuffer current;
     bool found = false;
     getDocEncoding(current, found);
@@ -71,6 +75,7 @@ void TreeNode::checkSetDocEncoding(const char* encoding) {
 }
 
 void TreeNode::setDocStandalone(const char* value) {
+    editing();
     setDeclAttribute(treeInfo, "standalone", value);
 }
 
@@ -83,16 +88,20 @@ void TreeNode::getDocStandalone(StringBuffer& out, bool& found) {
 }
 
 void TreeNode::setDocType(const char* text) {
+    editing();
     if (!treeInfo) return;
     replacePrologText(treeInfo->docType, text);
 }
 
 void TreeNode::setProcessing(const char* text) {
+    editing();
     if (!treeInfo) return;
     replacePrologText(treeInfo->processing, text);
 }
 
 void TreeNode::addStyleSheetDeclaration(TreeNode* node) {
+    editing();
+    if (node) node->editing();
     // Without a tree there is no list to own the node; the caller keeps it.
     if (!treeInfo || !node) return;
     ExtPtrArray& sheets = treeInfo->styleSheets;
@@ -130,6 +139,7 @@ void TreeNode::appendStyleInfoToString(StringBuffer& out) {
 // ---- style-sheet text input -------------------------------------------------
 
 bool TreeNode::addStyleSheet(const char* text, LogBase& log) {
+    editing();
     if (!text) return false;
     ParseEngine engine;
     engine.append(text);

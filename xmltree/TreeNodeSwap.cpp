@@ -42,6 +42,8 @@ class TreeSwap {
 };
 
 void TreeNode::swapNode(TreeNode& other) {
+    editing();
+    other.editing();
     StringBuffer savedTag(getTag());
     _setMyTag(other.getTag());
     other._setMyTag(savedTag.getString());
@@ -57,6 +59,8 @@ void TreeNode::swapNode(TreeNode& other) {
 }
 
 void TreeNode::swapTree(TreeNode& other) {
+    editing();
+    other.editing();
     // Room first: once children are on the move, running out of memory would
     // leave some of them with no parent. Without it nothing changes.
     const int m = getNumChildren();

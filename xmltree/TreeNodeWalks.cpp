@@ -4,6 +4,7 @@
 // being pushed: a node with a million leaf children then needs no stack
 // room at all.
 
+#include "xmltree/TreeInternal.h"
 #include "xmltree/TreeNode.h"
 
 namespace {
@@ -15,7 +16,7 @@ void forEachDescendant(TreeNode* top, Visit visit) {
     ExtPtrArray stack;
     stack.append(top);
     while (stack.getSize() > 0) {
-        ExtPtrArray* kids = static_cast<TreeNode*>(stack.pop())->getChildrenArray();
+        ExtPtrArray* kids = TreeNodeLinks::childrenOf(static_cast<TreeNode*>(stack.pop()));
         void** items = kids->getItems();
         int n = kids->getSize();
         for (int i = 0; i < n; ++i) {
@@ -29,6 +30,7 @@ void forEachDescendant(TreeNode* top, Visit visit) {
 }  // namespace
 
 void TreeNode::setInfoRecursive(TreeInfo* info) {
+    editing();
     treeInfo = info;
     forEachDescendant(this, [info](TreeNode* n) { n->treeInfo = info; });
 }

@@ -342,6 +342,7 @@ void TreeWriter::writeDeclaration(TreeNode* root, StringBuffer& out) {
         StringBuffer standalone;
         bool found = false;
         root->getDocStandalone(standalone, found);
+        if (found) root->editing();  // the declaration's attributes change
         if (found && (standalone.hasFailed() ||
                       !treeinternal::addCleanedAttribute(
                           decl->attributes, "standalone", 10, standalone.getString(),
