@@ -23,8 +23,10 @@
 #include <unordered_set>
 #include <vector>
 
+#include "foundation/PoolArena.h"
 #include "foundation/StringFunctions.h"
 #include "fuzz/tree_invariants.h"
+#include "xmltree/TreeArenaCheck.h"
 #include "xmltree/TreeNode.h"
 
 namespace opsfuzz {
@@ -168,14 +170,14 @@ class OpsProgram {
             pool_.push_back(root);
             return;
         }
-        forgetHeldIn(root->getTreeInfo());
+        forgetHeldIn(TreeArenaCheck::infoOf(root));
         root->deleteTree();
     }
 
     void forgetHeldIn(const TreeInfo* info) {
         size_t keep = 0;
         for (TreeNode* h : held_) {
-            if (h->getTreeInfo() != info) held_[keep++] = h;
+            if (TreeArenaCheck::infoOf(h) != info) held_[keep++] = h;
         }
         held_.resize(keep);
     }
@@ -398,7 +400,7 @@ class OpsProgram {
         TreeNode* child = pickNode(in);
         if (!target) return;
         bool expect =
-            child->getParent() == nullptr && child->getTreeInfo() != target->getTreeInfo();
+            child->getParent() == nullptr && TreeArenaCheck::infoOf(child) != TreeArenaCheck::infoOf(target);
         int refs = child->getTreeRefCount() + target->getTreeRefCount();
         bool got = target->appendChild2(child, 1005);
         if (got != expect) fail(step_, "appendChild2 result wrong");
@@ -415,7 +417,7 @@ class OpsProgram {
         int n = target->getNumChildren();
         int index = in.below(n + 4) - 1;
         bool expect = child->getParent() == nullptr &&
-                      child->getTreeInfo() != target->getTreeInfo() && index >= 0 && index <= n;
+                      TreeArenaCheck::infoOf(child) != TreeArenaCheck::infoOf(target) && index >= 0 && index <= n;
         bool got = target->insertChild(index, child);
         if (got != expect) fail(step_, "insertChild result wrong");
         if (!got) return;
@@ -518,7 +520,7 @@ class OpsProgram {
         if (rest > 0) return false;
         // Our own books must agree that nothing is held outside `part`.
         for (TreeNode* h : held_) {
-            if (h->getTreeInfo() == root->getTreeInfo() && !isAncestorOrSelf(part, h))
+            if (TreeArenaCheck::infoOf(h) == TreeArenaCheck::infoOf(root) && !isAncestorOrSelf(part, h))
                 fail(step_, "reference held outside the part but tree count says none");
         }
         return true;
@@ -662,7 +664,7 @@ class OpsProgram {
         if (!node) return;
         const char* name = pick(in, kAttrNames, true);
         const char* value = pick(in, kAttrValues, true);
-        switch (in.below(5)) {
+        switch (in.below(6)) {
             case 0:
                 node->addAttribute(name, value);
                 break;
@@ -674,6 +676,11 @@ class OpsProgram {
                 break;
             case 3:
                 node->removeAllAttributes();
+                break;
+            case 4:  // the set handed out; names go in as they are
+                if (AttributeSet* set = node->getAttributeSet()) {
+                    if (name && *name) set->addAttribute(name, value);
+                }
                 break;
             default: {
                 TreeNode* from = pickNode(in);
@@ -689,7 +696,7 @@ class OpsProgram {
         if (!node) return;
         const char* text = pick(in, kTexts, true);
         int len = text ? static_cast<int>(std::strlen(text)) : 0;
-        switch (in.below(7)) {
+        switch (in.below(9)) {
             case 0:
                 node->setContentUtf8(text);
                 break;
@@ -707,6 +714,12 @@ class OpsProgram {
                 break;
             case 5:
                 node->appendContentInt(static_cast<int8_t>(in.byte()));
+                break;
+            case 6:  // through the buffer handed out, which a parsed tree must allow
+                if (StringBuffer* sb = node->getContentSb()) sb->append(text);
+                break;
+            case 7:
+                if (StringBuffer* sb = node->getOrCreateContentSb()) sb->appendN(text, len);
                 break;
             default:
                 node->setCdata(in.below(2) != 0);
@@ -731,7 +744,7 @@ class OpsProgram {
         TreeNode* node = pickNode(in);
         if (!node) return;
         TreeNode* root = node->getRoot();
-        forgetHeldIn(root->getTreeInfo());
+        forgetHeldIn(TreeArenaCheck::infoOf(root));
         dropFromPool(root);
         node->deleteTree();
     }
@@ -761,7 +774,7 @@ class OpsProgram {
         if (index == 0) out.append("\r\n");
         if (node->openTag(out, depth)) return;
         node->outputContent(out);
-        ExtPtrArray* kids = node->getChildrenArray();
+        const ExtPtrArray* kids = TreeArenaCheck::childrenOf(node);
         if (!kids) {
             node->closeTag(out, out.lastChar() == '\n' ? depth : 0);
             return;
@@ -826,7 +839,7 @@ class OpsProgram {
             return n->getLocalRefCount() == want ? "" : "localRefCount differs from ours";
         };
         for (TreeNode* root : pool_) {
-            TreeInfo* info = root->getTreeInfo();
+            const TreeInfo* info = TreeArenaCheck::infoOf(root);
             if (!info || info->root != root) fail(step_, "a pool tree's record has another root");
             if (!infos.insert(info).second) fail(step_, "two pool trees share a record");
             const std::string problem = treecheck::problemIn(root, ours, &seen);
@@ -842,6 +855,9 @@ class OpsProgram {
 };
 
 inline void runProgram(const uint8_t* data, size_t size) {
+    // Parsed trees keep their arenas however small, so that the checks
+    // after each step see trees freed whole and arenas handed over.
+    xmltree::TreeArena::keepFromSlabsForTesting(1);
     OpsProgram program;
     program.run(data, size);
 }

@@ -13,6 +13,8 @@
 #include <utility>
 #include <vector>
 
+#include "foundation/PoolArena.h"
+#include "xmltree/TreeArenaCheck.h"
 #include "xmltree/TreeNode.h"
 
 namespace roundtrip {
@@ -45,7 +47,7 @@ inline std::string writtenTag(const TreeNode* n) {
 //    written name is added again, as every added name does.
 inline std::vector<std::pair<std::string, std::string>> attrList(const TreeNode* n) {
     std::vector<std::pair<std::string, std::string>> out;
-    const AttributeSet* set = n->getAttributeSet();
+    const AttributeSet* set = TreeArenaCheck::attributesOf(n);
     if (!set) return out;
     for (int i = 0; i < set->getSize(); ++i) {
         std::string name = set->nameAt(i);
@@ -66,7 +68,7 @@ inline std::vector<std::pair<std::string, std::string>> attrList(const TreeNode*
 //    of the text read back, and the closing tag of an element with children
 //    trims its content; so both sides are compared trimmed.
 inline std::string contentAsWritten(const TreeNode* n, bool trim) {
-    StringBuffer* sb = n->getContentSb_const();
+    const StringBuffer* sb = TreeArenaCheck::contentOf(n);
     if (!sb) return std::string();
     std::string s(sb->getString(), static_cast<size_t>(sb->getSize()));
     if (n->getCdata() && sb->containsSubstringNoCase("]]>")) {
@@ -79,7 +81,7 @@ inline std::string contentAsWritten(const TreeNode* n, bool trim) {
 }
 
 inline std::string contentRead(const TreeNode* n, bool trim) {
-    StringBuffer* sb = n->getContentSb_const();
+    const StringBuffer* sb = TreeArenaCheck::contentOf(n);
     if (!sb) return std::string();
     std::string s(sb->getString(), static_cast<size_t>(sb->getSize()));
     return trim ? s : trimmed(s);
@@ -90,7 +92,7 @@ inline std::string contentRead(const TreeNode* n, bool trim) {
 // documents there, so such a document is not compared.
 inline bool cdataSurvivesWriting(const TreeNode* n) {
     if (!n->getCdata()) return true;
-    StringBuffer* sb = n->getContentSb_const();
+    const StringBuffer* sb = TreeArenaCheck::contentOf(n);
     if (!sb || !sb->containsSubstringNoCase("]]>")) return true;
     StringBuffer copy(*sb);
     copy.replaceAllOccurances("<![CDATA[", "");
@@ -156,8 +158,8 @@ inline std::string text(const StringBuffer* sb) {
 // texts. Style-sheet and declaration tags are never written. A style sheet
 // without an attribute set is not written at all.
 inline std::string compareProlog(TreeNode* a, TreeNode* b) {
-    TreeInfo* ia = a->getTreeInfo();
-    TreeInfo* ib = b->getTreeInfo();
+    const TreeInfo* ia = TreeArenaCheck::infoOf(a);
+    const TreeInfo* ib = TreeArenaCheck::infoOf(b);
     if ((ia->xmlDecl == nullptr) != (ib->xmlDecl == nullptr)) {
         return describe("declaration", ia->xmlDecl ? "present" : "absent",
                         ib->xmlDecl ? "present" : "absent");
@@ -169,7 +171,7 @@ inline std::string compareProlog(TreeNode* a, TreeNode* b) {
     std::vector<TreeNode*> sa, sb;
     for (int i = 0; i < ia->styleSheets.getSize(); ++i) {
         TreeNode* n = static_cast<TreeNode*>(ia->styleSheets.elementAt(i));
-        if (n && n->getAttributeSet()) sa.push_back(n);
+        if (n && TreeArenaCheck::attributesOf(n)) sa.push_back(n);
     }
     for (int i = 0; i < ib->styleSheets.getSize(); ++i) {
         sb.push_back(static_cast<TreeNode*>(ib->styleSheets.elementAt(i)));
@@ -196,7 +198,7 @@ inline std::string compareProlog(TreeNode* a, TreeNode* b) {
 // first tree before writing. Only the last piece of either text can be cut
 // off, since the parse stops there.
 inline void dropCutOffProlog(TreeNode* root) {
-    TreeInfo* info = root->getTreeInfo();
+    const TreeInfo* info = TreeArenaCheck::infoOf(root);
     if (info->docType) {
         int depth = 0;
         for (const char* p = info->docType->getString(); *p; ++p) {
@@ -226,7 +228,7 @@ inline void dropCutOffProlog(TreeNode* root) {
 // what follows it is read as further pseudo-attributes, possibly past the
 // end of the instruction. Such a document is not compared.
 inline bool valuesFreeOfApostrophe(const TreeNode* n) {
-    const AttributeSet* set = n ? n->getAttributeSet() : nullptr;
+    const AttributeSet* set = n ? TreeArenaCheck::attributesOf(n) : nullptr;
     if (!set) return true;
     for (int i = 0; i < set->getSize(); ++i) {
         if (std::strchr(set->valueAt(i), '\'')) return false;
@@ -235,7 +237,7 @@ inline bool valuesFreeOfApostrophe(const TreeNode* n) {
 }
 
 inline bool prologValuesSurvive(TreeNode* root) {
-    TreeInfo* info = root->getTreeInfo();
+    const TreeInfo* info = TreeArenaCheck::infoOf(root);
     if (!valuesFreeOfApostrophe(info->xmlDecl)) return false;
     for (int i = 0; i < info->styleSheets.getSize(); ++i) {
         if (!valuesFreeOfApostrophe(static_cast<TreeNode*>(info->styleSheets.elementAt(i)))) {
@@ -265,7 +267,11 @@ inline std::string checkOneMode(const char* data, size_t size, bool trim) {
         return "first parse failed";
     }
     if (!first) return std::string();
-    std::string result;
+    std::string result = TreeArenaCheck::problemIn(first);
+    if (!result.empty()) {
+        first->deleteTree();
+        return "the parsed tree and its arena differ: " + result;
+    }
     if (allCdataSurvives(first) && prologValuesSurvive(first)) {
         dropCutOffProlog(first);
         StringBuffer out;
@@ -287,6 +293,7 @@ inline std::string checkOneMode(const char* data, size_t size, bool trim) {
 }
 
 inline std::string check(const char* data, size_t size) {
+    xmltree::TreeArena::keepFromSlabsForTesting(1);  // small trees keep their arenas too
     std::string r = checkOneMode(data, size, true);
     if (!r.empty()) return "trimming: " + r;
     r = checkOneMode(data, size, false);

@@ -4,15 +4,19 @@
 // The bookkeeping every tree must keep whatever was done to it: one live
 // record shared by all its nodes whose root points back, children arrays
 // without holes whose parent and sibling links follow the array, and the
-// record's reference count equal to the sum of the nodes' own. Shared by the
-// operations program and the unit tests; walked with an explicit stack so
-// that trees a million deep can be checked.
+// record's reference count equal to the sum of the nodes' own; and while a
+// parsed tree is still to be freed whole, its blocks and its arena's the
+// same. Shared by the operations program and the unit tests; walked with an
+// explicit stack so that trees a million deep can be checked, and through
+// fields that asking leaves as they are (the public getters of the record
+// and of the children array would hand the tree's arena over).
 
 #include <functional>
 #include <string>
 #include <unordered_set>
 #include <vector>
 
+#include "xmltree/TreeArenaCheck.h"
 #include "xmltree/TreeNode.h"
 
 namespace treecheck {
@@ -23,10 +27,10 @@ namespace treecheck {
 inline std::string problemIn(TreeNode* anyNode,
                              const std::function<std::string(TreeNode*)>& visit = nullptr,
                              std::unordered_set<const TreeNode*>* seen = nullptr) {
-    TreeInfo* info = anyNode ? anyNode->getTreeInfo() : nullptr;
+    const TreeInfo* info = anyNode ? TreeArenaCheck::infoOf(anyNode) : nullptr;
     if (!info || info->magic != kTreeMagicAlive) return "no live record";
     TreeNode* root = info->root;
-    if (!root || root->getTreeInfo() != info) return "the record's root is not in the tree";
+    if (!root || TreeArenaCheck::infoOf(root) != info) return "the record's root is not in the tree";
     if (root->getParent() || root->getPrevSibling() || root->getNextSibling())
         return "the root has a parent or siblings";
     int sum = 0;
@@ -35,14 +39,15 @@ inline std::string problemIn(TreeNode* anyNode,
         TreeNode* n = stack.back();
         stack.pop_back();
         if (n->getMagic() != kTreeMagicAlive) return "a node is not alive";
-        if (n->getTreeInfo() != info) return "<" + std::string(n->getTag()) + "> not in the tree";
+        if (TreeArenaCheck::infoOf(n) != info)
+            return "<" + std::string(n->getTag()) + "> not in the tree";
         if (seen && !seen->insert(n).second) return "a node reachable twice";
         if (visit) {
             const std::string problem = visit(n);
             if (!problem.empty()) return problem;
         }
         sum += n->getLocalRefCount();
-        ExtPtrArray* kids = n->getChildrenArray();
+        const ExtPtrArray* kids = TreeArenaCheck::childrenOf(n);
         const int count = kids ? kids->getSize() : 0;
         if (n->getNumChildren() != count) return "getNumChildren differs from the array";
         for (int i = 0; i < count; ++i) {
@@ -57,7 +62,7 @@ inline std::string problemIn(TreeNode* anyNode,
     }
     if (info->refCount != sum) return "the tree's count is not the sum of its nodes'";
     if (!root->verifyRefCounts()) return "verifyRefCounts false";
-    return "";
+    return TreeArenaCheck::problemIn(root);
 }
 
 }  // namespace treecheck

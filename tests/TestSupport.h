@@ -12,8 +12,17 @@
 #include <utility>
 #include <vector>
 
+#include "foundation/PoolArena.h"
 #include "fuzz/tree_invariants.h"
 #include "xmltree/TreeNode.h"
+
+// Every parsed tree of the tests keeps its arena, however small: the tests'
+// documents then exercise freeing trees whole and handing arenas over on
+// edits, which in use only documents of a few slabs and more do.
+inline const bool kTestsKeepEveryArena = [] {
+    xmltree::TreeArena::keepFromSlabsForTesting(1);
+    return true;
+}();
 
 // Every message logged, in order, as "E:text" or "NV:name=value".
 struct RecordingLog : LogBase {
@@ -63,7 +72,7 @@ inline TreeNode* parseText(const std::string& text) {
 // A node's attributes as "name=value;" each, read without allocating.
 inline std::string attrs(const TreeNode* n) {
     std::string s;
-    const AttributeSet* set = n->getAttributeSet();
+    const AttributeSet* set = TreeArenaCheck::attributesOf(n);
     for (int i = 0; set && i < set->getSize(); ++i)
         s += std::string(set->nameAt(i)) + "=" + set->valueAt(i) + ";";
     return s;
@@ -73,7 +82,7 @@ inline std::string attrs(const TreeNode* n) {
 inline std::string dump(TreeNode* n) {
     std::string s = n->getTag();
     if (n->getNumAttributes()) s += "(" + attrs(n) + ")";
-    if (n->getContentSb()) s += "{" + std::string(n->getContent()) + "}";
+    if (TreeArenaCheck::contentOf(n)) s += "{" + std::string(n->getContent()) + "}";
     if (n->getCdata()) s += "!";
     for (int i = 0; i < n->getNumChildren(); ++i)
         s += (i ? "," : "[") + dump(n->getChild(i)) + (i + 1 == n->getNumChildren() ? "]" : "");
