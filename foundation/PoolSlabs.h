@@ -14,6 +14,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "foundation/MemoryHook.h"
 #include "foundation/SmallObjectPool.h"
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -177,6 +178,11 @@ namespace pool {
 
 // ---- steps shared by the thread caches and the arenas (SmallObjectPool.cpp)
 
+// The arena of the parse running on this thread, which takes its
+// allocations; null for none. A plain __thread rather than thread_local, so
+// that the inline allocateFast below reads it with one load from any source.
+extern __thread PoolArena* t_arena;
+
 // The calling thread's cache.
 Cache& threadCache() noexcept;
 // The arena that takes the calling thread's allocations; null for none.
@@ -285,6 +291,29 @@ inline void putFree(Cache& c, Slab* s, std::size_t cls, void* p) {
     poison(b, classBytes(cls));
 }
 
+// SmallObjectPool::allocate for the library's own sources, which the parser
+// calls for every element: a block carved from the running parse's arena
+// without a call, where the size is often a constant.
+inline void* allocateFast(std::size_t n) noexcept {
+    PoolArena* const a = t_arena;
+    if (a && n && n <= SmallObjectPool::kMaxBlock && !mem::hookArmed()) {
+        Cache& c = a->cache;
+        const std::size_t cls = classOf(n);
+        if (!c.avail[cls]) {
+            if (void* p = carveFromCurrent(c, cls, n)) return p;
+        }
+    }
+    return SmallObjectPool::allocate(n);
+}
+
+// `new (std::nothrow) T(args...)` for a pooled class whose constructor does
+// not throw, through allocateFast; `delete` frees it as usual.
+template <class T, class... Args>
+T* make(Args&&... args) noexcept {
+    void* p = allocateFast(sizeof(T));
+    return p ? new (p) T(static_cast<Args&&>(args)...) : nullptr;
+}
+
 // A free by the slab's owner (`c`, the thread's cache or the running
 // parse's arena).
 inline void freeOwned(Cache& c, Slab* s, std::size_t cls, void* p) {
@@ -294,6 +323,28 @@ inline void freeOwned(Cache& c, Slab* s, std::size_t cls, void* p) {
     }
     putFree(c, s, cls, p);
     if (--s->live == 0) releaseEmpty(c, s);
+}
+
+}  // namespace pool
+}  // namespace xmltree
+
+#else  // XMLTREE_NO_SMALL_OBJECT_POOL: every object from ::operator new
+
+#include "foundation/SmallObjectPool.h"
+
+namespace xmltree {
+namespace pool {
+
+inline void* allocateFast(std::size_t n) noexcept {
+    return SmallObjectPool::allocate(n);
+}
+
+// `new (std::nothrow) T(args...)` for a pooled class whose constructor does
+// not throw, through allocateFast; `delete` frees it as usual.
+template <class T, class... Args>
+T* make(Args&&... args) noexcept {
+    void* p = allocateFast(sizeof(T));
+    return p ? new (p) T(static_cast<Args&&>(args)...) : nullptr;
 }
 
 }  // namespace pool

@@ -49,8 +49,6 @@ Shared& shared() {
 }
 
 thread_local Cache t_cache;
-// The arena of the parse running on this thread, which takes its allocations.
-thread_local PoolArena* t_arena = nullptr;
 
 void endThread(Cache& c);
 
@@ -79,6 +77,8 @@ Slab* takeSharedSpare() {
 }
 
 }  // namespace
+
+__thread PoolArena* t_arena = nullptr;
 
 Cache& threadCache() noexcept {
     return t_cache;

@@ -6,6 +6,7 @@
 
 #include "foundation/AttributeSet.h"
 #include "foundation/ByteCopy.h"
+#include "foundation/PoolSlabs.h"
 #include "foundation/SmallObjectPool.h"
 #include "foundation/StringBuffer.h"
 
@@ -39,7 +40,7 @@ constexpr auto WithRoom::makers(std::index_sequence<I...>) {
                    ...),
                   "the room must follow the object");
     return std::array<Base* (*)(Args...), sizeof...(I)>{{[](Args... args) -> Base* {
-        return new (std::nothrow) Sized<Base, (I + 1) * kGrain>(args...);
+        return pool::make<Sized<Base, (I + 1) * kGrain>>(args...);
     }...}};
 }
 
@@ -54,7 +55,7 @@ Base* WithRoom::make(std::size_t bytes, Args... args) {
 AttributeSet* WithRoom::attributeSet(int count, std::size_t textBytes) {
     const std::size_t inline_ = AttributeSet::kInlineBytes;
     const std::size_t needed = count > 0 ? AttributeSet::bytesFor(count, textBytes) : 0;
-    if (needed <= inline_) return new (std::nothrow) AttributeSet();
+    if (needed <= inline_) return pool::make<AttributeSet>();
     if (needed - inline_ > kMaxRoom<AttributeSet>) {
         AttributeSet* set = new (std::nothrow) AttributeSet();
         if (set && !set->reserve(count, textBytes)) {
@@ -111,7 +112,7 @@ StringBuffer* WithRoom::text(const char* s, int n) {
     const std::size_t inline_ = StringBuffer::kInlineCapacity;
     const std::size_t len = n > 0 ? static_cast<std::size_t>(n) : 0;
     if (len <= inline_ || len - inline_ > kMaxRoom<StringBuffer>) {
-        return new (std::nothrow) StringBuffer(s, n, 0);
+        return pool::make<StringBuffer>(s, n, 0);
     }
     return make<StringBuffer>(len - inline_, s, n);
 }

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <new>
 
+#include "foundation/PoolSlabs.h"
 #include "xmltree/TreeNode.h"
 
 // The links between a node, its parent and its siblings, kept in step with
@@ -28,7 +29,7 @@ class TreeNodeLinks {
         if (parent->prevSibling && parent->prevSibling->getNumChildren() > 0)
             cap = parent->prevSibling->getNumChildren();
         if (cap < atLeast) cap = atLeast;
-        return parent->children = new (std::nothrow) ExtPtrArray(cap, 5);
+        return parent->children = xmltree::pool::make<ExtPtrArray>(cap, 5);
     }
 
     // Makes child the last of parent's children. False, with nothing

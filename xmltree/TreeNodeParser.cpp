@@ -11,6 +11,7 @@
 
 #include "foundation/WithRoom.h"
 #include "foundation/ByteScan.h"
+#include "foundation/PoolSlabs.h"
 #include "xmltree/TreeParser.h"
 
 using bytescan::cleanNameLength;
@@ -286,7 +287,7 @@ TreeParser::Step TreeParser::openingTag(const char*& pos) {
 // without the checks and subtree walk a general append makes.
 TreeNode* TreeParser::newChild(const char* name, int len) {
     if (!cur->treeInfo) return nullptr;
-    TreeNode* node = new (std::nothrow) TreeNode();
+    TreeNode* node = xmltree::pool::make<TreeNode>();
     if (!node) return nullptr;
     if (len > 0 && !node->makeTag(name, len)) {
         delete node;
