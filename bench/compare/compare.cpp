@@ -15,11 +15,13 @@
 // Method. One measurement repeats one operation until at least --min-time
 // seconds (default 0.3) of this thread's CPU time have gone by and keeps the
 // mean CPU time of one operation; an untimed run of the same operation comes
-// first, so that no library is timed on pages just handed back by another. In each round the libraries take turns (ours, pugixml,
-// tinyxml2, libxml2), so that drift in the machine's speed hits all alike;
-// the figure kept is the median over rounds (default 7; 11 for files under
-// 1 MB). Freeing trees and output buffers happens outside the timed region,
-// except in the parse + free column.
+// first, so that no library is timed on pages just handed back by another.
+// In each round the libraries take turns (ours, pugixml, tinyxml2, libxml2,
+// starting one further each round), so that drift in the machine's speed
+// hits all alike; the MB/s shown are medians over the rounds (default 7; 11
+// for files under 1 MB), and each ratio is the median over the rounds of
+// that round's ratio. Freeing trees and output buffers happens outside the
+// timed region, except in the parse + free column.
 //   parse: from an in-memory copy of the file; ours customParseStringN with
 //          whitespace trimming on, pugixml load_buffer, tinyxml2 Parse,
 //          libxml2 xmlReadMemory with default options. When libxml2 rejects a
@@ -380,6 +382,10 @@ struct Figures {
     double parseSec = 0;
     double parseFreeSec = 0;
     double writeSec = 0;
+    // Ours over this library's, per round, the median over the rounds.
+    double parseRatio = 0;
+    double parseFreeRatio = 0;
+    double writeRatio = 0;
     std::string mark;
 };
 
@@ -522,23 +528,42 @@ FileResult measureFile(const std::string& path, std::vector<std::unique_ptr<Lib>
     int rounds = settings.rounds ? settings.rounds : (data.size() < 1000000 ? 11 : 7);
     std::vector<std::vector<double>> parse(libs.size()), parseFree(libs.size()),
         write(libs.size());
+    // The library that goes first changes each round, so that none is always
+    // timed right after the same other one.
+    const size_t n = libs.size();
     for (int round = 0; round < rounds; ++round) {
-        for (size_t i = 0; i < libs.size(); ++i) {
+        const size_t first = static_cast<size_t>(round) % n;
+        for (size_t k = 0, i = first; k < n; ++k, i = (i + 1) % n) {
             parse[i].push_back(timeParse(*libs[i], data, settings.minTime));
         }
-        for (size_t i = 0; i < libs.size(); ++i) {
+        for (size_t k = 0, i = first; k < n; ++k, i = (i + 1) % n) {
             if (r.libs[i].parsed) {
                 parseFree[i].push_back(timeParseFree(*libs[i], data, settings.minTime));
             }
         }
-        for (size_t i = 0; i < libs.size(); ++i) {
+        for (size_t k = 0, i = first; k < n; ++k, i = (i + 1) % n) {
             if (r.libs[i].parsed) write[i].push_back(timeWrite(*libs[i], data, settings.minTime));
         }
     }
-    for (size_t i = 0; i < libs.size(); ++i) {
-        r.libs[i].parseSec = r.libs[i].parsed ? median(parse[i]) : 0;
-        r.libs[i].parseFreeSec = median(parseFree[i]);
-        r.libs[i].writeSec = median(write[i]);
+    // A ratio is taken within each round, where both figures met the same
+    // state of the machine, and the median of those is kept: on a shared
+    // machine that moves far less than a ratio of two medians.
+    auto ratio = [](const std::vector<double>& ours, const std::vector<double>& peer) {
+        std::vector<double> each;
+        for (size_t k = 0; k < ours.size() && k < peer.size(); ++k)
+            if (ours[k] > 0 && peer[k] > 0) each.push_back(ours[k] / peer[k]);
+        return each.empty() ? 0.0 : median(each);
+    };
+    for (size_t i = 0; i < n; ++i) {
+        Figures& f = r.libs[i];
+        f.parseSec = f.parsed ? median(parse[i]) : 0;
+        f.parseFreeSec = median(parseFree[i]);
+        f.writeSec = median(write[i]);
+        if (f.parsed && r.libs[0].parsed) {
+            f.parseRatio = ratio(parse[0], parse[i]);
+            f.parseFreeRatio = ratio(parseFree[0], parseFree[i]);
+            f.writeRatio = ratio(write[0], write[i]);
+        }
     }
     std::printf("%s: %zu bytes, %d rounds\n", r.name.c_str(), r.bytes, rounds);
     std::printf("  %-9s %9s %9s %9s %10s %9s %9s %10s\n", "library", "parse", "p+free",
@@ -577,7 +602,7 @@ struct PugiSummary {
 // One ratio table: ours over each peer, per file and as a geometric mean.
 PugiSummary printRatios(const char* title, const std::vector<FileResult>& results,
                         const std::vector<std::unique_ptr<Lib>>& libs,
-                        double (*value)(const Figures&)) {
+                        double (*ratioOf)(const Figures& ours, const Figures& peer)) {
     int width = 14;  // "geometric mean"
     for (const FileResult& r : results)
         width = std::max(width, static_cast<int>(r.name.size()));
@@ -590,11 +615,9 @@ PugiSummary printRatios(const char* title, const std::vector<FileResult>& result
     for (const FileResult& r : results) {
         if (r.libs.empty()) continue;
         std::printf("  %-*s", width, r.name.c_str());
-        double ours = value(r.libs[0]);
         for (size_t i = 1; i < libs.size(); ++i) {
-            double peer = value(r.libs[i]);
-            if (ours > 0 && peer > 0) {
-                double ratio = ours / peer;
+            const double ratio = ratioOf(r.libs[0], r.libs[i]);
+            if (ratio > 0) {
                 means[i].add(ratio);
                 if (i == 1 && ratio > pugi.worst) {
                     pugi.worst = ratio;
@@ -629,17 +652,21 @@ void printTarget(const char* what, const PugiSummary& s, double meanGoal, double
     std::printf(": %s\n", met ? "met" : "not met");
 }
 
-double parseTime(const Figures& f) {
-    return f.parsed ? f.parseSec : 0;
+double parseTime(const Figures&, const Figures& peer) {
+    return peer.parseRatio;
 }
-double parseFreeTime(const Figures& f) {
-    return f.parsed ? f.parseFreeSec : 0;
+double parseFreeTime(const Figures&, const Figures& peer) {
+    return peer.parseFreeRatio;
 }
-double writeTime(const Figures& f) {
-    return f.parsed ? f.writeSec : 0;
+double writeTime(const Figures&, const Figures& peer) {
+    return peer.writeRatio;
 }
-double heapPerElement(const Figures& f) {
-    return f.parsed && f.elements ? static_cast<double>(f.heapBytes) / f.elements : 0;
+double heapPerElement(const Figures& ours, const Figures& peer) {
+    auto perElement = [](const Figures& f) {
+        return f.parsed && f.elements ? static_cast<double>(f.heapBytes) / f.elements : 0;
+    };
+    const double o = perElement(ours), p = perElement(peer);
+    return o > 0 && p > 0 ? o / p : 0;
 }
 
 int usage() {
