@@ -3,6 +3,7 @@
 
 #include "foundation/PoolArena.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <cstring>
@@ -77,6 +78,28 @@ bool eraseLarge(PoolArena& a, std::uintptr_t key) {
     return true;
 }
 
+// After the parse the record is only walked (to free the blocks) and, in
+// checks, searched: it keeps the addresses sorted and no room, where the
+// table is at most half full. Left as it is when there is no memory for the
+// copy.
+void packLarge(PoolArena& a) {
+    if (a.largeCount == a.largeCap) return;
+    std::uintptr_t* packed = nullptr;
+    if (a.largeCount) {
+        packed = static_cast<std::uintptr_t*>(mem::allocate(a.largeCount * sizeof(std::uintptr_t)));
+        if (!packed) return;
+        std::size_t k = 0;
+        for (std::size_t i = 0; i < a.largeCap; ++i) {
+            if (a.large[i]) packed[k++] = a.large[i];
+        }
+        std::sort(packed, packed + k);
+    }
+    mem::release(a.large);
+    a.large = packed;
+    a.largeCap = a.largeCount;
+    a.packed = true;
+}
+
 void freeRecord(PoolArena* a) {
     mem::release(a->large);
     mem::release(a);
@@ -142,6 +165,7 @@ void handOver(PoolArena& a, bool carving) {
     mem::release(a.large);
     a.large = nullptr;
     a.largeCap = a.largeCount = 0;
+    a.packed = false;
     a.handedOver = true;
 }
 
@@ -207,6 +231,7 @@ PoolArena* TreeArena::close(PoolArena* a) noexcept {
         !a->unrecorded) {
         a->cache.slab = nullptr;
         a->cache.bump = a->cache.bumpEnd = nullptr;
+        packLarge(*a);
         return a;
     }
     handOver(*a, true);
@@ -305,6 +330,7 @@ bool TreeArena::holds(const PoolArena* a, const void* p, std::size_t n) noexcept
     if (n && n <= SmallObjectPool::kMaxBlock) return slabOf(p)->arena == a;
     if (!a->largeCount) return false;
     const auto key = reinterpret_cast<std::uintptr_t>(p);
+    if (a->packed) return std::binary_search(a->large, a->large + a->largeCount, key);
     for (std::size_t i = slotOf(key, a->largeCap); a->large[i]; i = (i + 1) & (a->largeCap - 1)) {
         if (a->large[i] == key) return true;
     }

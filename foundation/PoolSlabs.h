@@ -166,10 +166,12 @@ struct PoolArena {
     std::uint32_t first;  // window of the first slab, linked by nextInArena
     std::size_t slabs;
     // Blocks above the pool's sizes made during the parse, which a drop
-    // frees: an open-addressed table of their addresses.
+    // frees: an open-addressed table of their addresses while the parse
+    // runs, packed into a plain array (`packed`) once it is over.
     std::uintptr_t* large;
     std::size_t largeCap;
     std::size_t largeCount;
+    bool packed;
     bool unrecorded;  // a large block could not be recorded: never dropped
     bool handedOver;  // its slabs went to a thread's pool: never dropped
 };

@@ -389,6 +389,9 @@ TEST(TreeArena, RecordedBlocksAndStrayFrees) {
         EXPECT_EQ(TreeArena::blocksInUse(arena), large.size() + small.size());
         arena = TreeArena::close(arena);
         ASSERT_TRUE(arena);
+        for (void* p : large)  // the record packed once the parse is over
+            ASSERT_TRUE(TreeArena::holds(arena, p, 300));
+        EXPECT_EQ(TreeArena::blocksInUse(arena), large.size() + small.size());
         if (!stray) {
             EXPECT_TRUE(TreeArena::drop(arena, nullptr, 0));
             continue;
