@@ -185,9 +185,13 @@ TEST(TreeArena, EveryEditKeepsTheTreeAndItsArenaInStep) {
         {"setXmlDeclaration", [](TreeNode* r, TreeNode*) { r->setXmlDeclaration(parseDocument(1)); }},
         {"setDocEncoding", [&](TreeNode* r, TreeNode*) { r->setDocEncoding(text); }},
         {"checkSetDocEncoding",
-         [&](TreeNode* r, TreeNode*) {
-             r->setXmlDeclaration(nullptr);
-             r->checkSetDocEncoding(text);
+         [&](TreeNode*, TreeNode*) {
+             const char* doc = "<?xml version='1.0'?><r><a/></r>";  // no encoding yet
+             TreeNode* other = nullptr;
+             TreeNode::customParseStringN(doc, 32, nullptr, &other, true);
+             other->checkSetDocEncoding(text);
+             EXPECT_TRUE(treeIsConsistent(other));
+             other->deleteTree();
          }},
         {"setDocStandalone", [&](TreeNode* r, TreeNode*) { r->setDocStandalone(text); }},
         {"setDocType", [&](TreeNode* r, TreeNode*) { r->setDocType(text); }},
