@@ -111,6 +111,22 @@ std::int64_t inUse(const Slab* s) {
     return (b > 0 ? b - kSealed : s->live + b) - 1;
 }
 
+// Leaves a slab of no live thread's, off every list, holding `inUse` blocks
+// (its balance absorbed before): whichever free brings that to zero gives
+// it up, as for the slabs of an ended thread.
+void orphan(Slab* s, std::int64_t inUse) {
+    s->nextInArena = 0;
+    s->mask = 0;
+    std::memset(s->heads, 0, sizeof s->heads);
+    s->live = 0;
+    s->owner.store(orphanOwner(), std::memory_order_relaxed);
+    if (s->balance.fetch_add(kSealed + inUse, std::memory_order_acq_rel) + kSealed + inUse ==
+        kSealed) {
+        s->balance.store(0, std::memory_order_relaxed);
+        giveUpShared(s);
+    }
+}
+
 // The arena's slabs join the calling thread's pool: slabs with free blocks
 // go on its lists, full ones are sealed, empty ones given up. When the parse
 // is just over (`carving`), the slab it was carving becomes the thread's if
@@ -138,19 +154,12 @@ void handOver(PoolArena& a, bool carving) {
         s->nextInArena = 0;
         absorb(s);
         --s->live;  // the arena's own count
-        const std::uint32_t classes = s->mask;
-        s->mask = 0;
         if (!alive) {
-            std::memset(s->heads, 0, sizeof s->heads);
-            s->owner.store(orphanOwner(), std::memory_order_relaxed);
-            const std::int64_t add = s->live + kSealed;
-            s->live = 0;
-            if (s->balance.fetch_add(add, std::memory_order_acq_rel) + add == kSealed) {
-                s->balance.store(0, std::memory_order_relaxed);
-                giveUpShared(s);
-            }
+            orphan(s, s->live);
             continue;
         }
+        const std::uint32_t classes = s->mask;
+        s->mask = 0;
         s->owner.store(&tc, std::memory_order_relaxed);
         for (std::uint32_t m = classes; m; m &= m - 1)
             linkClass(tc, s, static_cast<std::size_t>(__builtin_ctz(m)));
@@ -192,15 +201,14 @@ void freeIntoArena(PoolArena& a, Slab* s, std::size_t cls, void* p) noexcept {
     freeSmall(p, cls);
 }
 
-bool recordLarge(PoolArena& a, void* p) noexcept {
-    if (a.unrecorded) return true;
+void recordLarge(PoolArena& a, void* p) noexcept {
+    if (a.unrecorded) return;
     if ((a.largeCount + 1) * 2 > a.largeCap && !growLarge(a)) {
-        a.unrecorded = true;  // kept, but the arena will never be dropped
-        return true;
+        a.unrecorded = true;
+        return;
     }
     placeLarge(a, reinterpret_cast<std::uintptr_t>(p));
     ++a.largeCount;
-    return true;
 }
 
 void forgetLarge(PoolArena& a, void* p) noexcept {
@@ -218,14 +226,14 @@ PoolArena* TreeArena::open() noexcept {
     a->cache.arena = a;
     a->cache.self = &a->cache;
     a->home = &tc;
-    a->outer = activeArena();
-    setActiveArena(a);
+    a->outer = t_arena;
+    t_arena = a;
     return a;
 }
 
 PoolArena* TreeArena::close(PoolArena* a) noexcept {
     if (!a) return nullptr;
-    if (activeArena() == a) setActiveArena(a->outer);
+    if (t_arena == a) t_arena = a->outer;
     a->home = nullptr;
     if (a->slabs >= g_keepFromSlabs.load(std::memory_order_relaxed) && a->slabs > 0 &&
         !a->unrecorded) {
@@ -267,14 +275,9 @@ bool TreeArena::drop(PoolArena* a, void* keep, std::size_t keepBytes) noexcept {
         s->nextSpare = chain;
         chain = s;
     }
-    if (kept) {
-        // Sealed with one block in use: the deallocate of `keep` gives it up.
-        kept->nextInArena = 0;
-        kept->mask = 0;
-        std::memset(kept->heads, 0, sizeof kept->heads);
-        kept->live = 0;
-        kept->owner.store(orphanOwner(), std::memory_order_relaxed);
-        kept->balance.store(kSealed + 1, std::memory_order_release);
+    if (kept) {  // the deallocate of `keep` gives it up
+        absorb(kept);
+        orphan(kept, 1);
         poison(slabStart(kept), kSlabUsable - kSlabHeader);
         unpoison(keep, keepBytes);
         --blocks;
@@ -289,7 +292,7 @@ bool TreeArena::drop(PoolArena* a, void* keep, std::size_t keepBytes) noexcept {
 }
 
 PoolArena* TreeArena::active() noexcept {
-    return activeArena();
+    return t_arena;
 }
 
 void TreeArena::keepFromSlabsForTesting(std::size_t slabs) noexcept {
@@ -297,13 +300,13 @@ void TreeArena::keepFromSlabsForTesting(std::size_t slabs) noexcept {
 }
 
 void TreeArena::setActive(PoolArena* a) noexcept {
-    setActiveArena(a);
+    t_arena = a;
 }
 
 void* TreeArena::allocateLarge(std::size_t n) noexcept {
     void* p = mem::allocate(n);
     if (p) {
-        if (PoolArena* a = activeArena()) recordLarge(*a, p);
+        if (PoolArena* a = t_arena) recordLarge(*a, p);
     }
     return p;
 }
@@ -312,7 +315,7 @@ void* TreeArena::reallocateLarge(void* p, std::size_t n) noexcept {
     if (!p) return allocateLarge(n);
     // Taken out of the record first and put back as it ends: the block is
     // not to be touched, even as a number, once it is reallocated.
-    PoolArena* a = activeArena();
+    PoolArena* a = t_arena;
     const bool recorded = a && eraseLarge(*a, reinterpret_cast<std::uintptr_t>(p));
     void* q = mem::reallocate(p, n);
     if (recorded) recordLarge(*a, q ? q : p);
@@ -321,7 +324,7 @@ void* TreeArena::reallocateLarge(void* p, std::size_t n) noexcept {
 
 void TreeArena::releaseLarge(void* p) noexcept {
     if (!p) return;
-    if (PoolArena* a = activeArena()) forgetLarge(*a, p);
+    if (PoolArena* a = t_arena) forgetLarge(*a, p);
     mem::release(p);
 }
 

@@ -12,7 +12,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <mutex>
 
 #include "foundation/MemoryHook.h"
 #include "foundation/SmallObjectPool.h"
@@ -187,22 +186,16 @@ extern __thread PoolArena* t_arena;
 
 // The calling thread's cache.
 Cache& threadCache() noexcept;
-// The arena that takes the calling thread's allocations; null for none.
-PoolArena* activeArena() noexcept;
-void setActiveArena(PoolArena* a) noexcept;
 // The owner that sealed slabs of no live cache carry (the cache of ended
 // threads): no thread's `self` is ever equal to it.
 Cache* orphanOwner() noexcept;
 // Makes c a live thread's cache (its `self` set) on first use.
 void armThread(Cache& c) noexcept;
 
-// An empty slab for `c` to carve: a spare, or a fresh one from malloc; null
-// when memory runs out.
-Slab* newSlab(Cache& c) noexcept;
-// An empty slab goes to c's spares, the shared spares, or back to malloc.
-void giveUp(Cache& c, Slab* s) noexcept;
+// An empty slab goes to the shared spares, or back to malloc past their bound.
 void giveUpShared(Slab* s) noexcept;
-// The same for a chain of empty slabs linked through nextSpare.
+// A chain of empty slabs linked through nextSpare goes to c's spares, the
+// shared ones, and the rest back to malloc.
 void giveUpAll(Cache& c, Slab* chain) noexcept;
 // The owner will hand out no more blocks of `s`; from now on the last free
 // gives it up.
@@ -211,8 +204,6 @@ void seal(Cache& c, Slab* s) noexcept;
 // again from the start when it is the one being carved.
 void releaseEmpty(Cache& c, Slab* s) noexcept;
 void linkClass(Cache& c, Slab* s, std::size_t cls) noexcept;
-// Forgets the slab's free blocks: off every list, heads cleared.
-void dropFreeBlocks(Cache& c, Slab* s) noexcept;
 // Returns b, so that the caller's call is its last.
 void* lastFreeTaken(Cache& c, Slab* s, std::size_t cls, void* b) noexcept;
 // A free into the owner's own slab that others freed into, or that is sealed.
@@ -232,8 +223,9 @@ void joinArena(PoolArena& a, Slab* s) noexcept;
 // A free into a slab the arena keeps.
 void freeIntoArena(PoolArena& a, Slab* s, std::size_t cls, void* p) noexcept;
 // Records, or forgets, a block above the pool's sizes made while the arena
-// runs. False when there is no memory to record it: it must not be kept.
-bool recordLarge(PoolArena& a, void* p) noexcept;
+// runs. A block that finds no room in the record is kept all the same, and
+// the arena is then never dropped.
+void recordLarge(PoolArena& a, void* p) noexcept;
 void forgetLarge(PoolArena& a, void* p) noexcept;
 
 // ---- hot steps, inline --------------------------------------------------------

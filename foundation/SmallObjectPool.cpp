@@ -84,14 +84,6 @@ Cache& threadCache() noexcept {
     return t_cache;
 }
 
-PoolArena* activeArena() noexcept {
-    return t_arena;
-}
-
-void setActiveArena(PoolArena* a) noexcept {
-    t_arena = a;
-}
-
 Cache* orphanOwner() noexcept {
     return &shared().cache;
 }
@@ -122,6 +114,8 @@ XMLTREE_POOL_RARE void giveUpShared(Slab* s) noexcept {
     freeSlab(s);
 }
 
+namespace {
+
 XMLTREE_POOL_RARE void giveUp(Cache& c, Slab* s) noexcept {
     if (c.self && c.spareCount < kThreadSpares) {
         s->nextSpare = c.spares;
@@ -131,6 +125,8 @@ XMLTREE_POOL_RARE void giveUp(Cache& c, Slab* s) noexcept {
     }
     giveUpShared(s);
 }
+
+}  // namespace
 
 // Slabs emptied together (a dropped arena's, chained through nextSpare):
 // c's spares first, then the shared ones under one lock, the rest to malloc.
@@ -160,7 +156,11 @@ void giveUpAll(Cache& c, Slab* chain) noexcept {
     }
 }
 
-// An arena takes its slabs from the spares of the thread it runs on.
+namespace {
+
+// An empty slab for `c` to carve: a spare, or a fresh one from malloc; null
+// when memory runs out. An arena takes its slabs from the spares of the
+// thread it runs on.
 XMLTREE_POOL_RARE Slab* newSlab(Cache& c) noexcept {
     Shared& sh = shared();
     const long limit = sh.slabLimit.load(std::memory_order_relaxed);
@@ -189,6 +189,8 @@ XMLTREE_POOL_RARE Slab* newSlab(Cache& c) noexcept {
     return s;
 }
 
+}  // namespace
+
 // ---- the lists of slabs with free blocks -----------------------------------
 
 XMLTREE_POOL_RARE void linkClass(Cache& c, Slab* s, std::size_t cls) noexcept {
@@ -201,6 +203,9 @@ XMLTREE_POOL_RARE void linkClass(Cache& c, Slab* s, std::size_t cls) noexcept {
     s->mask |= std::uint32_t{1} << cls;
 }
 
+namespace {
+
+// Forgets the slab's free blocks: off every list, heads cleared.
 void dropFreeBlocks(Cache& c, Slab* s) noexcept {
     while (s->mask) {
         const auto cls = static_cast<std::size_t>(__builtin_ctz(s->mask));
@@ -208,6 +213,8 @@ void dropFreeBlocks(Cache& c, Slab* s) noexcept {
         s->heads[cls] = nullptr;
     }
 }
+
+}  // namespace
 
 // ---- giving slabs up -------------------------------------------------------
 
@@ -347,10 +354,7 @@ void trimThread(Cache& c) {
 // by its arena.
 XMLTREE_POOL_RARE void* allocateLarge(std::size_t n) noexcept {
     void* p = std::malloc(n ? n : 1);
-    if (p && t_arena && !recordLarge(*t_arena, p)) {
-        std::free(p);
-        return nullptr;
-    }
+    if (p && t_arena) recordLarge(*t_arena, p);
     return p;
 }
 
