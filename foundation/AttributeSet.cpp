@@ -1,6 +1,5 @@
 #include "foundation/AttributeSet.h"
 
-
 #include <algorithm>
 #include <climits>
 #include <cstdlib>
@@ -20,8 +19,9 @@ const uint64_t kMaxBlock = static_cast<uint64_t>(INT_MAX);
 // Storage blocks small enough for the small-object pool come from it, so that
 // a tag's attributes cost no malloc; the capacity tells which a block is.
 char* newBlock(uint32_t cap) {
-    return static_cast<char*>(cap <= SmallObjectPool::kMaxBlock ? SmallObjectPool::allocate(cap)
-                                                                : xmltree::TreeArena::allocateLarge(cap));
+    return static_cast<char*>(cap <= SmallObjectPool::kMaxBlock
+                                  ? SmallObjectPool::allocate(cap)
+                                  : xmltree::TreeArena::allocateLarge(cap));
 }
 
 void freeBlock(char* p, uint32_t cap) {

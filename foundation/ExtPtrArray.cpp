@@ -30,8 +30,8 @@ void releaseSlots(void** items, int cap) {
 // runs out.
 void** moveSlots(void** items, int size, int cap, int capacity) {
     const size_t bytes = static_cast<size_t>(capacity) * sizeof(void*);
-    void* block =
-        capacity <= kPooledSlots ? SmallObjectPool::allocate(bytes) : xmltree::TreeArena::allocateLarge(bytes);
+    void* block = capacity <= kPooledSlots ? SmallObjectPool::allocate(bytes)
+                                           : xmltree::TreeArena::allocateLarge(bytes);
     if (!block) return nullptr;
     if (size) std::memcpy(block, items, static_cast<size_t>(size) * sizeof(void*));
     releaseSlots(items, cap);

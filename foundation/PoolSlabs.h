@@ -112,7 +112,7 @@ struct Slab {
     std::int64_t live;   // owner only from here on
     std::uint32_t mask;  // classes with blocks on `heads`
     std::uint32_t nextInArena;
-    PoolArena* arena;    // the arena that keeps the slab; null for a thread's
+    PoolArena* arena;  // the arena that keeps the slab; null for a thread's
     Slab* nextSpare;
     FreeBlock* heads[kClasses];
     std::uint32_t prev[kClasses];
@@ -147,7 +147,7 @@ struct Cache {
     char* bumpEnd;
     Slab* spares;
     std::size_t spareCount;
-    Cache* self;  // this cache from the first allocation until the thread ends
+    Cache* self;       // this cache from the first allocation until the thread ends
     PoolArena* arena;  // set in an arena's cache: new slabs join the arena
     bool dead;
 };

@@ -82,7 +82,8 @@ void freeBlock(char* p, uint32_t cap) {
 // p untouched, when memory runs out.
 char* resizeBlock(char* p, uint32_t cap, uint32_t newCap, uint32_t keep) {
     if (!pooledCapacity(cap) && !pooledCapacity(newCap)) {
-        return static_cast<char*>(xmltree::TreeArena::reallocateLarge(p, static_cast<size_t>(newCap) + 1));
+        return static_cast<char*>(
+            xmltree::TreeArena::reallocateLarge(p, static_cast<size_t>(newCap) + 1));
     }
     char* block = newBlock(newCap);
     if (!block) return nullptr;

@@ -399,8 +399,8 @@ class OpsProgram {
         TreeNode* target = pickNode(in);
         TreeNode* child = pickNode(in);
         if (!target) return;
-        bool expect =
-            child->getParent() == nullptr && TreeArenaCheck::infoOf(child) != TreeArenaCheck::infoOf(target);
+        bool expect = child->getParent() == nullptr &&
+                      TreeArenaCheck::infoOf(child) != TreeArenaCheck::infoOf(target);
         int refs = child->getTreeRefCount() + target->getTreeRefCount();
         bool got = target->appendChild2(child, 1005);
         if (got != expect) fail(step_, "appendChild2 result wrong");
@@ -417,7 +417,8 @@ class OpsProgram {
         int n = target->getNumChildren();
         int index = in.below(n + 4) - 1;
         bool expect = child->getParent() == nullptr &&
-                      TreeArenaCheck::infoOf(child) != TreeArenaCheck::infoOf(target) && index >= 0 && index <= n;
+                      TreeArenaCheck::infoOf(child) != TreeArenaCheck::infoOf(target) &&
+                      index >= 0 && index <= n;
         bool got = target->insertChild(index, child);
         if (got != expect) fail(step_, "insertChild result wrong");
         if (!got) return;
@@ -520,7 +521,8 @@ class OpsProgram {
         if (rest > 0) return false;
         // Our own books must agree that nothing is held outside `part`.
         for (TreeNode* h : held_) {
-            if (TreeArenaCheck::infoOf(h) == TreeArenaCheck::infoOf(root) && !isAncestorOrSelf(part, h))
+            if (TreeArenaCheck::infoOf(h) == TreeArenaCheck::infoOf(root) &&
+                !isAncestorOrSelf(part, h))
                 fail(step_, "reference held outside the part but tree count says none");
         }
         return true;

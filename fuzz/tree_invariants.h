@@ -30,7 +30,8 @@ inline std::string problemIn(TreeNode* anyNode,
     const TreeInfo* info = anyNode ? TreeArenaCheck::infoOf(anyNode) : nullptr;
     if (!info || info->magic != kTreeMagicAlive) return "no live record";
     TreeNode* root = info->root;
-    if (!root || TreeArenaCheck::infoOf(root) != info) return "the record's root is not in the tree";
+    if (!root || TreeArenaCheck::infoOf(root) != info)
+        return "the record's root is not in the tree";
     if (root->getParent() || root->getPrevSibling() || root->getNextSibling())
         return "the root has a parent or siblings";
     int sum = 0;

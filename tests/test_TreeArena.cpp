@@ -52,8 +52,8 @@ std::string document(int records) {
 TreeNode* parseDocument(int records) {
     const std::string doc = document(records);
     TreeNode* root = nullptr;
-    EXPECT_TRUE(
-        TreeNode::customParseStringN(doc.data(), static_cast<int>(doc.size()), nullptr, &root, true));
+    EXPECT_TRUE(TreeNode::customParseStringN(doc.data(), static_cast<int>(doc.size()), nullptr,
+                                             &root, true));
     return root;
 }
 
@@ -85,7 +85,7 @@ TEST(TreeArena, LargeTreesAreFreedWholeSmallOnesAtOnceJoinThePool) {
 TEST(TreeArena, EveryEditKeepsTheTreeAndItsArenaInStep) {
     const std::string longText(400, 'y');
     const char* const text = longText.c_str();
-    using Edit = std::function<void(TreeNode* root, TreeNode* rec)>;
+    using Edit = std::function<void(TreeNode * root, TreeNode * rec)>;
     const std::pair<const char*, Edit> edits[] = {
         {"addAttribute", [&](TreeNode*, TreeNode* n) { n->addAttribute("new", text); }},
         {"updateAttribute", [&](TreeNode*, TreeNode* n) { n->updateAttribute("id", text); }},
@@ -259,7 +259,7 @@ TEST(TreeArena, EveryEditKeepsTheTreeAndItsArenaInStep) {
 
 // What a caller does without changing the tree leaves its arena in place.
 TEST(TreeArena, ReadingKeepsTheArena) {
-    using Read = std::function<void(TreeNode* root)>;
+    using Read = std::function<void(TreeNode * root)>;
     const std::pair<const char*, Read> reads[] = {
         {"searches",
          [](TreeNode* r) {

@@ -46,8 +46,7 @@ struct FindQuery {
         if (contentPattern && !wildcardMatch(textOf(node->getContent()), contentPattern, true)) {
             return false;
         }
-        if (attrName &&
-            !const_cast<TreeNode*>(node)->hasMatchingAttribute(attrName, attrPattern)) {
+        if (attrName && !const_cast<TreeNode*>(node)->hasMatchingAttribute(attrName, attrPattern)) {
             return false;
         }
         return true;
