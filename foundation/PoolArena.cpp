@@ -100,6 +100,19 @@ void packLarge(PoolArena& a) {
     a.packed = true;
 }
 
+// Records a block above the pool's sizes made while the arena runs. A block
+// that finds no room in the record is kept all the same, and the arena is
+// then never dropped.
+void recordLarge(PoolArena& a, void* p) noexcept {
+    if (a.unrecorded) return;
+    if ((a.largeCount + 1) * 2 > a.largeCap && !growLarge(a)) {
+        a.unrecorded = true;
+        return;
+    }
+    placeLarge(a, reinterpret_cast<std::uintptr_t>(p));
+    ++a.largeCount;
+}
+
 void freeRecord(PoolArena* a) {
     mem::release(a->large);
     mem::release(a);
@@ -199,20 +212,6 @@ void freeIntoArena(PoolArena& a, Slab* s, std::size_t cls, void* p) noexcept {
     // longer be dropped whole, and its slabs go where any other slab would.
     handOver(a, false);
     freeSmall(p, cls);
-}
-
-void recordLarge(PoolArena& a, void* p) noexcept {
-    if (a.unrecorded) return;
-    if ((a.largeCount + 1) * 2 > a.largeCap && !growLarge(a)) {
-        a.unrecorded = true;
-        return;
-    }
-    placeLarge(a, reinterpret_cast<std::uintptr_t>(p));
-    ++a.largeCount;
-}
-
-void forgetLarge(PoolArena& a, void* p) noexcept {
-    eraseLarge(a, reinterpret_cast<std::uintptr_t>(p));
 }
 
 }  // namespace pool
@@ -324,7 +323,7 @@ void* TreeArena::reallocateLarge(void* p, std::size_t n) noexcept {
 
 void TreeArena::releaseLarge(void* p) noexcept {
     if (!p) return;
-    if (PoolArena* a = t_arena) forgetLarge(*a, p);
+    if (PoolArena* a = t_arena) eraseLarge(*a, reinterpret_cast<std::uintptr_t>(p));
     mem::release(p);
 }
 

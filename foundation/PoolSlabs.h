@@ -222,11 +222,6 @@ void freeSmall(void* p, std::size_t cls) noexcept;
 void joinArena(PoolArena& a, Slab* s) noexcept;
 // A free into a slab the arena keeps.
 void freeIntoArena(PoolArena& a, Slab* s, std::size_t cls, void* p) noexcept;
-// Records, or forgets, a block above the pool's sizes made while the arena
-// runs. A block that finds no room in the record is kept all the same, and
-// the arena is then never dropped.
-void recordLarge(PoolArena& a, void* p) noexcept;
-void forgetLarge(PoolArena& a, void* p) noexcept;
 
 // ---- hot steps, inline --------------------------------------------------------
 

@@ -350,21 +350,7 @@ void trimThread(Cache& c) {
     c.spareCount = 0;
 }
 
-// Pooled objects above kMaxBlock come from malloc; a parse's are recorded
-// by its arena.
-XMLTREE_POOL_RARE void* allocateLarge(std::size_t n) noexcept {
-    void* p = std::malloc(n ? n : 1);
-    if (p && t_arena) recordLarge(*t_arena, p);
-    return p;
-}
-
-XMLTREE_POOL_RARE void releaseLarge(void* p) noexcept {
-    if (t_arena) forgetLarge(*t_arena, p);
-    std::free(p);
-}
-
 inline void* allocateBlock(std::size_t n) noexcept {
-    if (n > SmallObjectPool::kMaxBlock || n == 0) return allocateLarge(n);
     const std::size_t cls = classOf(n);
     PoolArena* const a = t_arena;
     Cache& c = a ? a->cache : t_cache;
@@ -396,18 +382,21 @@ void freeSmall(void* p, std::size_t cls) noexcept {
 
 using namespace xmltree::pool;
 
+// Objects above kMaxBlock come from malloc like the tree's large texts and
+// arrays, recorded by a running parse's arena as theirs are.
 void* SmallObjectPool::allocate(std::size_t n) noexcept {
+    if (n > kMaxBlock || n == 0) return xmltree::TreeArena::allocateLarge(n ? n : 1);
     if (__builtin_expect(xmltree::mem::hookArmed(), 0)) return allocateCounted(n);
     return allocateBlock(n);
 }
 
 void SmallObjectPool::deallocate(void* p, std::size_t n) noexcept {
     if (!p) return;
-    if (__builtin_expect(xmltree::mem::hookArmed(), 0)) xmltree::mem::countRelease();
     if (n > kMaxBlock || n == 0) {
-        releaseLarge(p);
+        xmltree::TreeArena::releaseLarge(p);
         return;
     }
+    if (__builtin_expect(xmltree::mem::hookArmed(), 0)) xmltree::mem::countRelease();
     freeSmall(p, classOf(n));
 }
 

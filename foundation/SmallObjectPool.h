@@ -42,7 +42,7 @@
 // block sharing its slab with reachable ones goes unseen. Defining
 // XMLTREE_NO_SMALL_OBJECT_POOL (CMake: -DXMLTREE_SMALL_OBJECT_POOL=OFF) sends
 // every request to ::operator new for per-object reports. Sizes above
-// kMaxBlock always go there.
+// kMaxBlock go to malloc.
 class SmallObjectPool {
   public:
     static constexpr std::size_t kMaxBlock = 256;
