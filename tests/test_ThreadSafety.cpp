@@ -170,35 +170,4 @@ TEST(ThreadSafety, KeyedSortsOnFourThreadsEachSeeTheirOwnKey) {
         EXPECT_EQ(wrong[t], 0) << "thread " << t << " sorted by another thread's key";
 }
 
-// Parsed trees keep the slabs their parse filled (an arena) until they are
-// freed whole or changed. Trees parsed on threads that have ended: some are
-// freed whole on this thread, some changed (their slabs join this thread's
-// pool) and then freed, some changed on a third thread that ends before the
-// tree is freed here.
-TEST(ThreadSafety, ParsedTreesOutliveTheirThreads) {
-    constexpr int kTrees = 12;
-    std::string doc = "<r>";
-    for (int i = 0; i < 200; ++i)
-        doc += "<a n='" + std::to_string(i) + "'>content longer than the inline room</a>";
-    doc += "</r>";
-    std::vector<TreeNode*> trees(kTrees);
-    std::thread([&] {
-        for (TreeNode*& t : trees)
-            TreeNode::customParseStringN(doc.data(), static_cast<int>(doc.size()), nullptr, &t,
-                                         true);
-    }).join();
-    std::thread([&] {
-        for (int i = 2; i < kTrees; i += 3)
-            trees[static_cast<std::size_t>(i)]->getChild(7)->appendContent(" and more text");
-    }).join();
-    for (int i = 0; i < kTrees; ++i) {
-        TreeNode* t = trees[static_cast<std::size_t>(i)];
-        ASSERT_TRUE(t);
-        EXPECT_TRUE(treeIsConsistent(t));
-        if (i % 3 == 1) TreeNode::createNode2(t->getChild(3), "new", "made here");
-        EXPECT_EQ(t->getNumChildren(), 200);
-        t->deleteTree();
-    }
-}
-
 }  // namespace
