@@ -124,13 +124,11 @@ std::int64_t inUse(const Slab* s) {
     return (b > 0 ? b - kSealed : s->live + b) - 1;
 }
 
-// Leaves a slab of no live thread's, off every list, holding `inUse` blocks
-// (its balance absorbed before): whichever free brings that to zero gives
-// it up, as for the slabs of an ended thread.
+// Leaves a slab to no live thread, holding `inUse` blocks (its balance
+// absorbed before): whichever free brings that to zero gives it up, as for
+// the sealed slabs of an ended thread. Its free blocks are never handed out
+// again, since no thread owns it.
 void orphan(Slab* s, std::int64_t inUse) {
-    s->nextInArena = 0;
-    s->mask = 0;
-    std::memset(s->heads, 0, sizeof s->heads);
     s->live = 0;
     s->owner.store(orphanOwner(), std::memory_order_relaxed);
     if (s->balance.fetch_add(kSealed + inUse, std::memory_order_acq_rel) + kSealed + inUse ==
@@ -158,13 +156,10 @@ void handOver(PoolArena& a, bool carving) {
         tc.bump = a.cache.bump;
         tc.bumpEnd = a.cache.bumpEnd;
     }
-    a.cache.slab = nullptr;
-    a.cache.bump = a.cache.bumpEnd = nullptr;
     for (std::uint32_t w = a.first; w;) {
         Slab* s = slabAt(w);
         w = s->nextInArena;
         s->arena = nullptr;
-        s->nextInArena = 0;
         absorb(s);
         --s->live;  // the arena's own count
         if (!alive) {
@@ -236,8 +231,6 @@ PoolArena* TreeArena::close(PoolArena* a) noexcept {
     a->home = nullptr;
     if (a->slabs >= g_keepFromSlabs.load(std::memory_order_relaxed) && a->slabs > 0 &&
         !a->unrecorded) {
-        a->cache.slab = nullptr;
-        a->cache.bump = a->cache.bumpEnd = nullptr;
         packLarge(*a);
         return a;
     }
