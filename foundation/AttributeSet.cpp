@@ -40,15 +40,6 @@ static_assert(sizeof(void*) != 8 || sizeof(AttributeSet) == 56,
               "AttributeSet grew: most elements with attributes hold one");
 
 
-AttributeSet::AttributeSet() : AttributeSet(0) {}
-
-AttributeSet::AttributeSet(uint32_t room)
-    : m_block(m_inline),
-      m_blockCap(kInlineBytes + room),
-      m_arenaSize(0),
-      m_count(0),
-      m_inlineCap(kInlineBytes + room) {}
-
 AttributeSet::AttributeSet(const AttributeSet& other) : AttributeSet() { copyFrom(other); }
 
 AttributeSet& AttributeSet::operator=(const AttributeSet& other) {

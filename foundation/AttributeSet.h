@@ -30,7 +30,7 @@ public:
     // Heap instances come from the small-object pool.
     XMLTREE_SMALL_OBJECT_POOLED(AttributeSet)
     // An empty set.
-    AttributeSet();
+    AttributeSet() : AttributeSet(0) {}
     // Copies the pairs. Without memory a new copy is empty and an assigned
     // one unchanged.
     AttributeSet(const AttributeSet& other);
@@ -117,7 +117,12 @@ public:
     // is followed in its block by `room` more bytes, which continue m_inline.
     friend class xmltree::WithRoom;
     friend class ::TreeArenaCheck;  // reads where the pairs live
-    explicit AttributeSet(uint32_t room);
+    explicit AttributeSet(uint32_t room)
+        : m_block(m_inline),
+          m_blockCap(kInlineBytes + room),
+          m_arenaSize(0),
+          m_count(0),
+          m_inlineCap(kInlineBytes + room) {}
 
     char* m_block;         // m_inline or a malloc'd block of m_blockCap bytes
     uint32_t m_blockCap;

@@ -230,7 +230,12 @@ private:
     // object is followed in its block by `room` more bytes, which continue
     // m_inline; it holds the n bytes at s there.
     friend class xmltree::WithRoom;
-    StringBuffer(uint32_t room, const char* s, int n);
+    StringBuffer(uint32_t room, const char* s, int n) : StringBuffer() {
+        m_cap = static_cast<uint32_t>(kInlineCapacity) + room;
+        m_size = static_cast<uint32_t>(n);
+        std::memcpy(m_data, s, m_size);
+        m_data[m_size] = '\0';
+    }
     static constexpr uint8_t kAliveMark = 0xA7;
     static constexpr uint8_t kDeadMark = 0x31;
 

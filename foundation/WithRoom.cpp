@@ -77,7 +77,12 @@ std::size_t WithRoom::pairBytes(const Pair* pairs, int n) {
 
 AttributeSet* WithRoom::attributeSetOf(const Pair* pairs, int n) {
     const std::size_t textBytes = pairBytes(pairs, n);
-    AttributeSet* set = attributeSet(n, textBytes);
+    // Most tags' pairs fit the set's own bytes: that set is made here, the
+    // rest as attributeSet makes them.
+    AttributeSet* set =
+        AttributeSet::bytesFor(n, textBytes) <= AttributeSet::kInlineBytes
+            ? pool::make<AttributeSet>()
+            : attributeSet(n, textBytes);
     if (!set) return nullptr;
     // The pairs are written without a check each, so the room is checked
     // here once rather than trusted.

@@ -128,7 +128,7 @@ public:
     // The constructors make a node outside any tree, which no operation that
     // needs a tree accepts as a parent; use createRoot / createNode instead.
     // Empty node: no tag, content, attributes or children.
-    TreeNode();
+    TreeNode() {}
     // A node with that tag (cleaned; null or "" gives none) and a copy of
     // content (null or "" gives none). The int is not read; pass 0.
     TreeNode(const char* tag, const char* content, int unused);
@@ -655,17 +655,17 @@ private:
     friend class TreeNodeLinks;
     friend class TreeArenaCheck;
 
-    TreeInfo* treeInfo;
-    StringBuffer* tag;
-    AttributeSet* attributes;
-    StringBuffer* content;
-    int localRefCount;
-    bool cdata;
-    ExtPtrArray* children;
-    TreeNode* parent;
-    TreeNode* nextSibling;
-    TreeNode* prevSibling;
-    uint8_t magic;
+    TreeInfo* treeInfo = nullptr;
+    StringBuffer* tag = nullptr;
+    AttributeSet* attributes = nullptr;
+    StringBuffer* content = nullptr;
+    int localRefCount = 0;
+    bool cdata = false;
+    ExtPtrArray* children = nullptr;
+    TreeNode* parent = nullptr;
+    TreeNode* nextSibling = nullptr;
+    TreeNode* prevSibling = nullptr;
+    uint8_t magic = kTreeMagicAlive;
     // The tag buffer lives here (tag points at it) rather than in a block of
     // its own: every element has a name, and one block fewer per element
     // is a sixth of the allocations a parse makes and of the frees.

@@ -213,19 +213,6 @@ TreeInfo::~TreeInfo() {
 
 // ---- TreeNode construction ----------------------------------------------
 
-TreeNode::TreeNode()
-    : treeInfo(nullptr),
-      tag(nullptr),
-      attributes(nullptr),
-      content(nullptr),
-      localRefCount(0),
-      cdata(false),
-      children(nullptr),
-      parent(nullptr),
-      nextSibling(nullptr),
-      prevSibling(nullptr),
-      magic(kTreeMagicAlive) {}
-
 TreeNode::TreeNode(const char* tagText, const char* contentText, int) : TreeNode() {
     if (tagText && *tagText) _setMyTag(tagText);
     if (contentText && *contentText) content = StringBuffer::createNewSB(contentText);
