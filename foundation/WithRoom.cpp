@@ -75,51 +75,10 @@ std::size_t WithRoom::pairBytes(const Pair* pairs, int n) {
     return bytes;
 }
 
-AttributeSet* WithRoom::attributeSetOf(const Pair* pairs, int n) {
-    const std::size_t textBytes = pairBytes(pairs, n);
-    // Most tags' pairs fit the set's own bytes: that set is made here, the
-    // rest as attributeSet makes them.
-    AttributeSet* set =
-        AttributeSet::bytesFor(n, textBytes) <= AttributeSet::kInlineBytes
-            ? pool::make<AttributeSet>()
-            : attributeSet(n, textBytes);
-    if (!set) return nullptr;
-    // The pairs are written without a check each, so the room is checked
-    // here once rather than trusted.
-    if (__builtin_expect(set->m_blockCap < AttributeSet::bytesFor(n, textBytes), 0) &&
-        !set->reserve(n, textBytes)) {
-        delete set;
-        return nullptr;
-    }
-    // Entries grow up from the block's start and texts down from its end,
-    // as addAttributeN lays them out.
-    AttributeSet::Entry* e = set->entries();
-    char* const end = set->m_block + set->m_blockCap;
-    std::uint32_t arena = 0;
-    for (int i = 0; i < n; ++i) {
-        const Pair& a = pairs[i];
-        const auto nl = static_cast<std::uint32_t>(a.nameLen);
-        const auto vl = static_cast<std::uint32_t>(a.valueLen);
-        arena += nl + vl + 2;
-        e[i] = AttributeSet::Entry{arena, nl, vl};
-        char* w = end - arena;
-        bytecopy::copyRun(w, a.name, nl);
-        w[nl] = '\0';
-        bytecopy::copyRun(w + nl + 1, a.value, vl);
-        w[nl + 1 + vl] = '\0';
-    }
-    set->m_arenaSize = arena;
-    set->m_count = n;
-    return set;
-}
-
-StringBuffer* WithRoom::text(const char* s, int n) {
-    const std::size_t inline_ = StringBuffer::kInlineCapacity;
-    const std::size_t len = n > 0 ? static_cast<std::size_t>(n) : 0;
-    if (len <= inline_ || len - inline_ > kMaxRoom<StringBuffer>) {
-        return pool::make<StringBuffer>(s, n, 0);
-    }
-    return make<StringBuffer>(len - inline_, s, n);
+StringBuffer* WithRoom::textWithRoom(const char* s, int n) {
+    const auto room = static_cast<std::size_t>(n) - StringBuffer::kInlineCapacity;
+    if (room > kMaxRoom<StringBuffer>) return pool::make<StringBuffer>(s, n, 0);
+    return make<StringBuffer>(room, s, n);
 }
 
 }  // namespace xmltree

@@ -10,10 +10,13 @@
 // to a block of their own like any other.
 
 #include <cstddef>
+#include <cstdint>
 #include <utility>
 
-class AttributeSet;
-class StringBuffer;
+#include "foundation/AttributeSet.h"
+#include "foundation/ByteCopy.h"
+#include "foundation/PoolSlabs.h"
+#include "foundation/StringBuffer.h"
 
 namespace xmltree {
 
@@ -32,9 +35,11 @@ class WithRoom {
         int valueLen;
     };
     // A set holding the n pairs (n >= 1) in order, made as attributeSet(n,
-    // their bytes) makes it and filled without a call per pair. Null when
-    // memory runs out.
-    static AttributeSet* attributeSetOf(const Pair* pairs, int n);
+    // textBytes) makes it and filled without a call per pair; textBytes must
+    // be pairBytes(pairs, n), which the parser sums as it reads them. Null
+    // when memory runs out. Inline with text(): the parser makes one of each
+    // for most elements.
+    static AttributeSet* attributeSetOf(const Pair* pairs, int n, std::size_t textBytes);
     // Bytes of the n pairs' names and values, terminators not counted.
     static std::size_t pairBytes(const Pair* pairs, int n);
     // A buffer holding the n bytes at s (n >= 0), as StringBuffer(s, n, 0)
@@ -42,6 +47,9 @@ class WithRoom {
     static StringBuffer* text(const char* s, int n);
 
   private:
+    // text() for a run past the inline bytes that a pool block holds with
+    // the buffer.
+    static StringBuffer* textWithRoom(const char* s, int n);
     template <class Base, std::size_t Bytes>
     class Sized;
     template <class Base, class... Args>
@@ -49,6 +57,46 @@ class WithRoom {
     template <class Base, class... Args, std::size_t... I>
     static constexpr auto makers(std::index_sequence<I...>);
 };
+
+inline AttributeSet* WithRoom::attributeSetOf(const Pair* pairs, int n, std::size_t textBytes) {
+    // Most tags' pairs fit the set's own bytes: that set is made here, the
+    // rest as attributeSet makes them.
+    const std::uint64_t needed = AttributeSet::bytesFor(n, textBytes);
+    AttributeSet* set = needed <= AttributeSet::kInlineBytes ? pool::make<AttributeSet>()
+                                                             : attributeSet(n, textBytes);
+    if (!set) return nullptr;
+    // The pairs are written without a check each, so the room is checked
+    // here once rather than trusted.
+    if (__builtin_expect(set->m_blockCap < needed, 0) && !set->reserve(n, textBytes)) {
+        delete set;
+        return nullptr;
+    }
+    // Entries grow up from the block's start and texts down from its end,
+    // as addAttributeN lays them out.
+    AttributeSet::Entry* e = set->entries();
+    char* const end = set->m_block + set->m_blockCap;
+    std::uint32_t arena = 0;
+    for (int i = 0; i < n; ++i) {
+        const Pair& a = pairs[i];
+        const auto nl = static_cast<std::uint32_t>(a.nameLen);
+        const auto vl = static_cast<std::uint32_t>(a.valueLen);
+        arena += nl + vl + 2;
+        e[i] = AttributeSet::Entry{arena, nl, vl};
+        char* w = end - arena;
+        bytecopy::copyRun(w, a.name, nl);
+        w[nl] = '\0';
+        bytecopy::copyRun(w + nl + 1, a.value, vl);
+        w[nl + 1 + vl] = '\0';
+    }
+    set->m_arenaSize = arena;
+    set->m_count = n;
+    return set;
+}
+
+inline StringBuffer* WithRoom::text(const char* s, int n) {
+    if (n <= StringBuffer::kInlineCapacity) return pool::make<StringBuffer>(s, n, 0);
+    return textWithRoom(s, n);
+}
 
 }  // namespace xmltree
 

@@ -346,6 +346,8 @@ const char* TreeParser::attribute(const char* p, TreeNode* node) {
         if (numPending == kMaxPending && !flushAttributes(node)) failed = true;
         pending[numPending] = {a.name, a.nameLen, a.value, a.valueLen};
         pendingDecoded[numPending++] = a.decodedAt;
+        pendingBytes += static_cast<size_t>(a.nameLen) + static_cast<size_t>(a.valueLen);
+        if (a.decodedAt >= 0) pendingInDecoded = true;
         return p;
     }
     if (!flushAttributes(node)) failed = true;
@@ -394,16 +396,21 @@ const char* TreeParser::scanValue(const char* p, PendingAttr& a) {
 bool TreeParser::flushAttributes(TreeNode* node) {
     if (numPending == 0) return true;
     const int n = numPending;
+    const size_t bytes = pendingBytes;
     numPending = 0;
-    for (int i = 0; i < n; ++i) {
-        if (pendingDecoded[i] >= 0) pending[i].value = decoded.getString() + pendingDecoded[i];
+    pendingBytes = 0;
+    if (pendingInDecoded) {
+        pendingInDecoded = false;
+        for (int i = 0; i < n; ++i) {
+            if (pendingDecoded[i] >= 0) pending[i].value = decoded.getString() + pendingDecoded[i];
+        }
     }
     if (!node->attributes) {
-        node->attributes = xmltree::WithRoom::attributeSetOf(pending, n);  // sized for them
+        node->attributes = xmltree::WithRoom::attributeSetOf(pending, n, bytes);  // sized for them
         return node->attributes != nullptr;
     }
     AttributeSet* set = node->attributes;
-    if (!set->reserve(n, xmltree::WithRoom::pairBytes(pending, n))) return false;
+    if (!set->reserve(n, bytes)) return false;
     setGrew = true;
     for (int i = 0; i < n; ++i) {
         const xmltree::WithRoom::Pair& a = pending[i];

@@ -128,6 +128,8 @@ class TreeParser {
     xmltree::WithRoom::Pair pending[kMaxPending] = {};
     int pendingDecoded[kMaxPending] = {};
     int numPending = 0;
+    size_t pendingBytes = 0;        // their names' and values' bytes
+    bool pendingInDecoded = false;  // one of them is in `decoded`
     // The element's set took pairs in more than one flush, so it may have
     // grown past them: it is shrunk when the start tag ends.
     bool setGrew = false;
