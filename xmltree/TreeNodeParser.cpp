@@ -253,7 +253,7 @@ TreeParser::Step TreeParser::openingTag(const char*& pos) {
     bool selfClosing = false;
     const char* p = skipWs(end);
     if (*p == '/') {
-        ++p;
+        p = skipWs(p + 1);
         selfClosing = true;
     }
     TreeNode* node = cleanLen >= 0 && cur ? newChild(name, cleanLen)
@@ -261,8 +261,7 @@ TreeParser::Step TreeParser::openingTag(const char*& pos) {
     pos = p;
     if (!node) return kFail;
     cur = node;
-    p = skipWs(p);
-    decoded.clear();
+    if (decoded.getSize() != 0) decoded.clear();
     while (*p != '\0' && *p != '>') {
         p = skipWs(attribute(p, node));
         if (*p == '/') {
@@ -271,7 +270,7 @@ TreeParser::Step TreeParser::openingTag(const char*& pos) {
         }
     }
     pos = p;
-    if (!flushAttributes(node) || failed || decoded.hasFailed()) return kFail;
+    if ((numPending != 0 && !flushAttributes(node)) || failed || decoded.hasFailed()) return kFail;
     if (setGrew) {
         if (node->attributes) node->attributes->shrinkToFit();
         setGrew = false;
