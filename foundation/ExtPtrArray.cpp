@@ -26,15 +26,15 @@ void releaseSlots(void** items, int cap) {
 }
 
 // Slots for `capacity` holding the first `size` of `items`, whose pooled
-// storage of `cap` slots goes back; null (and `items` untouched) when memory
-// runs out.
-void** moveSlots(void** items, int size, int cap, int capacity) {
+// storage of `cap` slots goes back unless it is inside the array object;
+// null (and `items` untouched) when memory runs out.
+void** moveSlots(void** items, int size, int cap, bool inside, int capacity) {
     const size_t bytes = static_cast<size_t>(capacity) * sizeof(void*);
     void* block = capacity <= kPooledSlots ? SmallObjectPool::allocate(bytes)
                                            : xmltree::TreeArena::allocateLarge(bytes);
     if (!block) return nullptr;
     if (size) std::memcpy(block, items, static_cast<size_t>(size) * sizeof(void*));
-    releaseSlots(items, cap);
+    if (!inside) releaseSlots(items, cap);
     return static_cast<void**>(block);
 }
 
@@ -42,23 +42,23 @@ void** moveSlots(void** items, int size, int cap, int capacity) {
 
 XMLTREE_SMALL_OBJECT_POOLED_DEFINE(ExtPtrArray)
 
-ExtPtrArray::ExtPtrArray(int initialCapacity, int /*growBy*/)
-    : m_items(nullptr), m_size(0), m_cap(0) {
+ExtPtrArray::ExtPtrArray(int initialCapacity, int /*growBy*/) : ExtPtrArray() {
     // Exactly what was asked: most children arrays stay small.
-    if (initialCapacity > 0) reserve(initialCapacity);
+    if (initialCapacity > m_cap) reserve(initialCapacity);
 }
 
 ExtPtrArray::~ExtPtrArray() {
-    releaseSlots(m_items, m_cap);
+    if (!slotsInside()) releaseSlots(m_items, m_cap);
 }
 
 bool ExtPtrArray::reserve(int capacity) {
     if (capacity <= m_cap) return true;
     if (static_cast<size_t>(capacity) > SIZE_MAX / sizeof(void*)) return false;
+    // Slots inside the object are never more than a pool block holds.
     void** block = m_cap > kPooledSlots
                        ? static_cast<void**>(xmltree::TreeArena::reallocateLarge(
                              m_items, static_cast<size_t>(capacity) * sizeof(void*)))
-                       : moveSlots(m_items, m_size, m_cap, capacity);
+                       : moveSlots(m_items, m_size, m_cap, slotsInside(), capacity);
     if (!block) return false;
     m_items = block;
     m_cap = capacity;

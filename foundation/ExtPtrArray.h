@@ -3,23 +3,30 @@
 
 #include "foundation/PooledObject.h"
 
+#include <cstdint>
+
 class StringBuffer;
 class TreeArenaCheck;
+namespace xmltree {
+class WithRoom;
+}
 
 // An ordered array of untyped pointers. The array never owns its elements,
 // except that removeAllObjects deletes them (only for StringBuffer lists).
 //
 // Growth is geometric whatever growBy asks, so appending is amortised O(1).
 // ExtPtrArray(n, growBy) reserves exactly n slots, which keeps the many small
-// children arrays of a tree small. Slots of up to SmallObjectPool::kMaxBlock
-// bytes come from the small-object pool, larger ones from malloc. Not
-// copyable.
+// children arrays of a tree small. The first slot is inside the object; more
+// slots of up to SmallObjectPool::kMaxBlock bytes come from the small-object
+// pool, larger ones from malloc. Not copyable.
 class ExtPtrArray {
 public:
     // Heap instances come from the small-object pool.
     XMLTREE_SMALL_OBJECT_POOLED(ExtPtrArray)
-    ExtPtrArray() : m_items(nullptr), m_size(0), m_cap(0) {}  // allocates on first append
-    // Room for exactly initialCapacity elements; growBy is only a hint.
+    // Room for one element, inside the object; allocates on the second append.
+    ExtPtrArray() : m_items(m_inline), m_size(0), m_cap(1) {}
+    // Room for exactly initialCapacity elements (at least the one inside);
+    // growBy is only a hint.
     ExtPtrArray(int initialCapacity, int growBy);
     ExtPtrArray(const ExtPtrArray&) = delete;
     ExtPtrArray& operator=(const ExtPtrArray&) = delete;
@@ -65,14 +72,23 @@ public:
 
 private:
     friend class ::TreeArenaCheck;  // reads where the slots live
+    // For arrays made with room (foundation/WithRoom.h, internal): the object
+    // is followed in its block by `room` more bytes of slots, which continue
+    // m_inline.
+    friend class xmltree::WithRoom;
+    explicit ExtPtrArray(uint32_t room)
+        : m_items(m_inline), m_size(0), m_cap(1 + static_cast<int>(room / sizeof(void*))) {}
     bool grow();  // room for at least one more element
+    // The slots are the object's own (m_inline and any room after it).
+    bool slotsInside() const { return m_items == m_inline; }
 
     void** m_items;
     int m_size;
     int m_cap;
+    void* m_inline[1];
 };
 
-static_assert(sizeof(void*) != 8 || sizeof(ExtPtrArray) == 24,
-              "ExtPtrArray is meant to be 24 bytes on 64-bit targets");
+static_assert(sizeof(void*) != 8 || sizeof(ExtPtrArray) == 32,
+              "ExtPtrArray is meant to be 32 bytes on 64-bit targets");
 
 #endif

@@ -6,6 +6,7 @@
 
 #include "foundation/AttributeSet.h"
 #include "foundation/ByteCopy.h"
+#include "foundation/ExtPtrArray.h"
 #include "foundation/PoolSlabs.h"
 #include "foundation/SmallObjectPool.h"
 #include "foundation/StringBuffer.h"
@@ -73,6 +74,13 @@ std::size_t WithRoom::pairBytes(const Pair* pairs, int n) {
         bytes += static_cast<std::size_t>(pairs[i].nameLen) +
                  static_cast<std::size_t>(pairs[i].valueLen);
     return bytes;
+}
+
+ExtPtrArray* WithRoom::array(int capacity) {
+    if (capacity <= 1) return pool::make<ExtPtrArray>();
+    const std::size_t room = static_cast<std::size_t>(capacity - 1) * sizeof(void*);
+    if (room > kMaxRoom<ExtPtrArray>) return pool::make<ExtPtrArray>(capacity, 0);
+    return make<ExtPtrArray>(room);
 }
 
 StringBuffer* WithRoom::textWithRoom(const char* s, int n) {

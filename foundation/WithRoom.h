@@ -15,6 +15,7 @@
 
 #include "foundation/AttributeSet.h"
 #include "foundation/ByteCopy.h"
+#include "foundation/ExtPtrArray.h"
 #include "foundation/PoolSlabs.h"
 #include "foundation/StringBuffer.h"
 
@@ -45,6 +46,10 @@ class WithRoom {
     // A buffer holding the n bytes at s (n >= 0), as StringBuffer(s, n, 0)
     // does; null when memory runs out (never a buffer marked failed).
     static StringBuffer* text(const char* s, int n);
+    // An empty array with room for `capacity` elements, in one block with
+    // the array when they fit a pool block (else as ExtPtrArray(capacity, 0)
+    // makes them); null when memory runs out.
+    static ExtPtrArray* array(int capacity);
 
   private:
     // text() for a run past the inline bytes that a pool block holds with

@@ -297,7 +297,7 @@ class Program {
     }
 
     void editArray(unsigned op, Reader& in) {
-        const int size = array_.getSize();
+        const int size = array_->getSize();
         const int at = static_cast<int>(in.byte() % static_cast<unsigned>(size + 3)) - 1;
         const long value = ++counter_;
         switch (op % 12) {
@@ -305,44 +305,49 @@ class Program {
             case 1:
             case 2:
             case 3:
-                expect(array_.append(slot(value)), "append");
+                expect(array_->append(slot(value)), "append");
                 slots_.push_back(slot(value));
                 break;
             case 4:
             case 5:
             case 6:  // indexes before the start and past the end included
-                expect(array_.insertAt(at, slot(value)), "insertAt");
+                expect(array_->insertAt(at, slot(value)), "insertAt");
                 slots_.insert(slots_.begin() + std::clamp(at, 0, size), slot(value));
                 break;
             case 7:
             case 8: {
                 const bool inRange = at >= 0 && at < size;
-                expect(array_.removeAt(at) == (inRange ? slots_[static_cast<size_t>(at)] : nullptr),
+                expect(array_->removeAt(at) == (inRange ? slots_[static_cast<size_t>(at)] : nullptr),
                        "removeAt");
                 if (inRange) slots_.erase(slots_.begin() + at);
                 break;
             }
             case 9:
-                expect(array_.pop() == (slots_.empty() ? nullptr : slots_.back()), "pop");
+                expect(array_->pop() == (slots_.empty() ? nullptr : slots_.back()), "pop");
                 if (!slots_.empty()) slots_.pop_back();
                 break;
             case 10:
-                array_.sort(byTens);
+                array_->sort(byTens);
                 std::stable_sort(slots_.begin(), slots_.end(),
                                  [](void* x, void* y) { return byTens(&x, &y) < 0; });
                 break;
             default:
                 if (op % 24 == 11) {
-                    array_.removeAll();
+                    array_->removeAll();
+                    slots_.clear();
+                } else if (ExtPtrArray* fresh = xmltree::WithRoom::array(at + 1)) {
+                    // An array with its first slots in its own block, as a
+                    // children array is made, from then on.
+                    array_.reset(fresh);
                     slots_.clear();
                 }
         }
-        expect(array_.getSize() == static_cast<int>(slots_.size()), "array size");
-        expect(std::equal(slots_.begin(), slots_.end(), array_.getItems()), "array slots");
-        expect(array_.elementAt(at) ==
-                   (at >= 0 && at < array_.getSize() ? slots_[static_cast<size_t>(at)] : nullptr),
+        expect(array_->getSize() == static_cast<int>(slots_.size()), "array size");
+        expect(std::equal(slots_.begin(), slots_.end(), array_->getItems()), "array slots");
+        expect(array_->elementAt(at) ==
+                   (at >= 0 && at < array_->getSize() ? slots_[static_cast<size_t>(at)] : nullptr),
                "elementAt");
-        expect(array_.lastElement() == (slots_.empty() ? nullptr : slots_.back()), "lastElement");
+        expect(array_->lastElement() == (slots_.empty() ? nullptr : slots_.back()), "lastElement");
     }
 
     void editQueue(unsigned op) {
@@ -368,7 +373,7 @@ class Program {
     std::string bytes_;
     std::unique_ptr<AttributeSet> attrs_{new AttributeSet()};
     std::vector<std::pair<std::string, std::string>> pairs_;
-    ExtPtrArray array_;
+    std::unique_ptr<ExtPtrArray> array_{new ExtPtrArray()};
     std::vector<void*> slots_;
     _mxQueue queue_;
     std::deque<void*> fifo_;

@@ -65,6 +65,7 @@ std::string TreeArenaCheck::problemIn(const TreeNode* anyNode) {
         if (sb->onHeap()) count.block(sb->m_data, std::size_t{sb->m_cap} + 1, "a text block");
     };
     auto slots = [&count](const ExtPtrArray& array) {
+        if (array.slotsInside()) return;
         count.block(array.m_items, static_cast<std::size_t>(array.m_cap) * sizeof(void*),
                     "children slots");
     };

@@ -8,6 +8,7 @@
 #include <new>
 
 #include "foundation/PoolSlabs.h"
+#include "foundation/WithRoom.h"
 #include "xmltree/TreeNode.h"
 
 // The links between a node, its parent and its siblings, kept in step with
@@ -29,7 +30,7 @@ class TreeNodeLinks {
         if (parent->prevSibling && parent->prevSibling->getNumChildren() > 0)
             cap = parent->prevSibling->getNumChildren();
         if (cap < atLeast) cap = atLeast;
-        return parent->children = xmltree::pool::make<ExtPtrArray>(cap, 5);
+        return parent->children = xmltree::WithRoom::array(cap);
     }
 
     // Makes child the last of parent's children. False, with nothing

@@ -134,12 +134,22 @@ inline HeapBreakdown breakDown(TreeNode* root) {
         }
         if (ExtPtrArray* kids = node->getChildrenArray()) {
             ++b.childArrays;
-            // Slots that fit the pool's largest block live in the pool.
+            // Slots that fit the pool's largest block live in the pool; the
+            // first ones may be inside the array's own block, after it.
             const size_t slots = static_cast<size_t>(kids->getCapacity()) * sizeof(void*);
-            b.childArrayBytes += objectBytes(kids);
-            b.childArrayBytes += SmallObjectPool::enabled() && slots <= SmallObjectPool::kMaxBlock
-                                     ? SmallObjectPool::blockBytes(slots)
-                                     : chunkBytes(kids->getItems());
+            const char* items = reinterpret_cast<const char*>(kids->getItems());
+            const char* object = reinterpret_cast<const char*>(kids);
+            if (items > object && items < object + sizeof(ExtPtrArray)) {
+                const size_t inside = sizeof(ExtPtrArray) - sizeof(void*) + slots;
+                b.childArrayBytes += SmallObjectPool::enabled() ? SmallObjectPool::blockBytes(inside)
+                                                                : chunkBytes(kids);
+            } else {
+                b.childArrayBytes += objectBytes(kids);
+                b.childArrayBytes +=
+                    SmallObjectPool::enabled() && slots <= SmallObjectPool::kMaxBlock
+                        ? SmallObjectPool::blockBytes(slots)
+                        : chunkBytes(kids->getItems());
+            }
             for (int i = 0; i < kids->getSize(); ++i) {
                 stack.push_back(static_cast<TreeNode*>(kids->elementAt(i)));
             }
