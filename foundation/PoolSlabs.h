@@ -29,6 +29,13 @@
 
 // Kept out of line so that the fast paths, which call them rarely, stay small.
 #define XMLTREE_POOL_RARE __attribute__((noinline))
+// Folded into the caller whatever the compiler would choose: the parser's
+// loop, left with a call, saves and restores its registers around it.
+#if defined(__GNUC__)
+#define XMLTREE_ALWAYS_INLINE inline __attribute__((always_inline))
+#else
+#define XMLTREE_ALWAYS_INLINE inline
+#endif
 
 namespace xmltree {
 
@@ -280,14 +287,6 @@ inline void putFree(Cache& c, Slab* s, std::size_t cls, void* p) {
     poison(b, classBytes(cls));
 }
 
-// Folded into the caller: left to itself the compiler calls it out of line
-// from the parser's loop, whose registers the call then saves and restores.
-#if defined(__GNUC__)
-#define XMLTREE_POOL_INLINE inline __attribute__((always_inline))
-#else
-#define XMLTREE_POOL_INLINE inline
-#endif
-
 // SmallObjectPool::allocate for the library's own sources, which the parser
 // calls for every element: a block carved from the running parse's arena
 // without a call, where the size is often a constant.
@@ -306,7 +305,7 @@ inline void* allocateFast(std::size_t n) noexcept {
 // `new (std::nothrow) T(args...)` for a pooled class whose constructor does
 // not throw, through allocateFast; `delete` frees it as usual.
 template <class T, class... Args>
-XMLTREE_POOL_INLINE T* make(Args&&... args) noexcept {
+XMLTREE_ALWAYS_INLINE T* make(Args&&... args) noexcept {
     void* p = allocateFast(sizeof(T));
     return p ? new (p) T(static_cast<Args&&>(args)...) : nullptr;
 }

@@ -68,14 +68,6 @@ AttributeSet* WithRoom::attributeSet(int count, std::size_t textBytes) {
     return make<AttributeSet>(needed - inline_);
 }
 
-std::size_t WithRoom::pairBytes(const Pair* pairs, int n) {
-    std::size_t bytes = 0;
-    for (int i = 0; i < n; ++i)
-        bytes += static_cast<std::size_t>(pairs[i].nameLen) +
-                 static_cast<std::size_t>(pairs[i].valueLen);
-    return bytes;
-}
-
 ExtPtrArray* WithRoom::array(int capacity) {
     if (capacity <= 1) return pool::make<ExtPtrArray>();
     const std::size_t room = static_cast<std::size_t>(capacity - 1) * sizeof(void*);

@@ -3,7 +3,8 @@
 
 // Internal to the library: pooled objects made together with room for what
 // they are about to hold, in the same pool block. The parser knows a text
-// run or a tag's attributes before it stores them; an object made this way
+// run or a tag's attributes before it stores them, and guesses a parent's
+// number of children from its previous sibling's; an object made this way
 // holds them without a block of its own, which is one allocation and one
 // free fewer, and no inline bytes left unused in front of a separate block.
 // The objects are deleted as any other; once they outgrow the room they move
@@ -37,12 +38,10 @@ class WithRoom {
     };
     // A set holding the n pairs (n >= 1) in order, made as attributeSet(n,
     // textBytes) makes it and filled without a call per pair; textBytes must
-    // be pairBytes(pairs, n), which the parser sums as it reads them. Null
-    // when memory runs out. Inline with text(): the parser makes one of each
-    // for most elements.
+    // be the sum of the pairs' name and value lengths, which the parser adds
+    // up as it reads them. Null when memory runs out. Inline with text(): the
+    // parser makes one of each for most elements.
     static AttributeSet* attributeSetOf(const Pair* pairs, int n, std::size_t textBytes);
-    // Bytes of the n pairs' names and values, terminators not counted.
-    static std::size_t pairBytes(const Pair* pairs, int n);
     // A buffer holding the n bytes at s (n >= 0), as StringBuffer(s, n, 0)
     // does; null when memory runs out (never a buffer marked failed).
     static StringBuffer* text(const char* s, int n);

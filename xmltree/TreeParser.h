@@ -8,6 +8,7 @@
 #include <memory>
 #include <new>
 
+#include "foundation/PoolSlabs.h"
 #include "foundation/WithRoom.h"
 #include "xmltree/TreeInternal.h"
 #include "xmltree/TreeNode.h"
@@ -16,11 +17,7 @@
 // The steps of the main loop are folded into it, so that the cursor stays in
 // a register across a whole element; left as calls they cost about a tenth
 // of the parse time.
-#if defined(__GNUC__)
-#define XMLTREE_HOT_STEP inline __attribute__((always_inline))
-#else
-#define XMLTREE_HOT_STEP inline
-#endif
+#define XMLTREE_HOT_STEP XMLTREE_ALWAYS_INLINE
 
 // State of one customParse call. The prolog items it collects belong to it
 // until a finished root takes them; everything else it makes belongs to the
