@@ -57,7 +57,7 @@ AttributeSet* WithRoom::attributeSet(int count, std::size_t textBytes) {
     const std::size_t inline_ = AttributeSet::kInlineBytes;
     const std::size_t needed = count > 0 ? AttributeSet::bytesFor(count, textBytes) : 0;
     if (needed <= inline_) return pool::make<AttributeSet>();
-    if (needed - inline_ > kMaxRoom<AttributeSet>) {
+    if (needed - inline_ > kMaxSetRoom) {
         AttributeSet* set = new (std::nothrow) AttributeSet();
         if (set && !set->reserve(count, textBytes)) {
             delete set;
@@ -65,7 +65,22 @@ AttributeSet* WithRoom::attributeSet(int count, std::size_t textBytes) {
         }
         return set;
     }
-    return make<AttributeSet>(needed - inline_);
+    return setWithRoom((needed - inline_ + kGrain - 1) / kGrain * kGrain);
+}
+
+namespace {
+// The block size of the set being deleted on this thread, from its
+// destructor to the operator delete that the same delete-expression calls
+// next. Nothing between them deletes another such set.
+thread_local std::size_t t_freeingSetBytes = 0;
+}  // namespace
+
+WithRoom::RoomySet::~RoomySet() {
+    t_freeingSetBytes = sizeof(AttributeSet) + (m_inlineCap - kInlineBytes);
+}
+
+void WithRoom::RoomySet::operator delete(void* p) noexcept {
+    SmallObjectPool::deallocate(p, t_freeingSetBytes);
 }
 
 ExtPtrArray* WithRoom::array(int capacity) {

@@ -18,6 +18,7 @@
 #include "foundation/ByteCopy.h"
 #include "foundation/ExtPtrArray.h"
 #include "foundation/PoolSlabs.h"
+#include "foundation/SmallObjectPool.h"
 #include "foundation/StringBuffer.h"
 
 namespace xmltree {
@@ -54,6 +55,12 @@ class WithRoom {
     // text() for a run past the inline bytes that a pool block holds with
     // the buffer.
     static StringBuffer* textWithRoom(const char* s, int n);
+    class RoomySet;
+    // A set with `room` bytes (a multiple of 8, at most kMaxSetRoom) after it
+    // in its pool block; null when memory runs out.
+    static AttributeSet* setWithRoom(std::size_t room);
+    static constexpr std::size_t kMaxSetRoom =
+        (SmallObjectPool::kMaxBlock - sizeof(AttributeSet)) / 8 * 8;
     template <class Base, std::size_t Bytes>
     class Sized;
     template <class Base, class... Args>
@@ -62,12 +69,36 @@ class WithRoom {
     static constexpr auto makers(std::index_sequence<I...>);
 };
 
+// A set followed in its pool block by room that continues its inline
+// storage. One class whatever the room, so that the parser makes it without
+// choosing among types: the block's size is read from the set as it is
+// destroyed and handed to the operator delete that follows.
+class WithRoom::RoomySet final : public AttributeSet {
+  public:
+    explicit RoomySet(std::uint32_t room) : AttributeSet(room) {}
+    ~RoomySet() override;
+    // Frees the block whose size the destructor just noted.
+    static void operator delete(void* p) noexcept;
+    static void* operator new(std::size_t, void* where) noexcept { return where; }
+};
+
+XMLTREE_ALWAYS_INLINE AttributeSet* WithRoom::setWithRoom(std::size_t room) {
+    void* p = pool::allocateFast(sizeof(AttributeSet) + room);
+    return p ? new (p) RoomySet(static_cast<std::uint32_t>(room)) : nullptr;
+}
+
 inline AttributeSet* WithRoom::attributeSetOf(const Pair* pairs, int n, std::size_t textBytes) {
     // Most tags' pairs fit the set's own bytes: that set is made here, the
     // rest as attributeSet makes them.
     const std::uint64_t needed = AttributeSet::bytesFor(n, textBytes);
-    AttributeSet* set = needed <= AttributeSet::kInlineBytes ? pool::make<AttributeSet>()
-                                                             : attributeSet(n, textBytes);
+    AttributeSet* set;
+    if (needed <= AttributeSet::kInlineBytes) {
+        set = pool::make<AttributeSet>();
+    } else if (needed - AttributeSet::kInlineBytes <= kMaxSetRoom) {
+        set = setWithRoom((needed - AttributeSet::kInlineBytes + 7) / 8 * 8);
+    } else {
+        set = attributeSet(n, textBytes);
+    }
     if (!set) return nullptr;
     // The pairs are written without a check each, so the room is checked
     // here once rather than trusted.
