@@ -140,6 +140,32 @@ inline const char* findCharOrEnd(const char* p, char c) {
 #endif
 }
 
+// Whether c is among the n bytes at p; reads only [p, p + n). Text runs are
+// mostly short, and for up to 32 bytes two loads and compares cost less
+// than a call into the C library.
+inline bool holds(const char* p, size_t n, char c) {
+#if defined(__SSE2__)
+    if (n > 32) return std::memchr(p, static_cast<unsigned char>(c), n) != nullptr;
+    if (n >= 16) {
+        return maskOf(_mm_or_si128(bytesEqual(load16(p), c), bytesEqual(load16(p + n - 16), c))) !=
+               0;
+    }
+    if (n >= 8) {
+        uint64_t head, tail;  // may overlap
+        std::memcpy(&head, p, 8);
+        std::memcpy(&tail, p + n - 8, 8);
+        const __m128i v = _mm_set_epi64x(static_cast<long long>(tail), static_cast<long long>(head));
+        return maskOf(bytesEqual(v, c)) != 0;
+    }
+    while (n != 0) {
+        if (p[--n] == c) return true;
+    }
+    return false;
+#else
+    return std::memchr(p, static_cast<unsigned char>(c), n) != nullptr;
+#endif
+}
+
 // The first byte at or after p that is not whitespace.
 inline const char* skipWsRun(const char* p, const char* end) {
 #if defined(__SSE2__)

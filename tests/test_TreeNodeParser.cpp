@@ -141,7 +141,8 @@ TEST(ParserMarkup, RecoveryRulesAndEdges) {
 
 // Names and values are scanned a few bytes a step, then values and closing
 // tags 16 a step: every length up to past one wide step, each followed by
-// the bytes that can end it.
+// the bytes that can end it. Text runs are searched for references in
+// overlapping loads up to 32 bytes.
 TEST(ParserScans, EveryShortLengthWithEachEnd) {
     const std::string letters = "abcdefghijklmnopqrstuvwxyz";
     for (size_t n = 1; n <= 24; ++n) {
@@ -158,6 +159,10 @@ TEST(ParserScans, EveryShortLengthWithEachEnd) {
             {"<r " + name + "='" + value + "'/>", "r(" + pair + ")"},
             {"<r " + name + " = \"" + value + "\"\n" + name + "=\"&amp;" + value + "\">",
              "r(" + pair + name + "=&" + value + ";)"},
+            // a reference first, last or between, in text runs of 5 to 51 bytes
+            {"<a>&amp;" + value + "</a>", "a{&" + value + "}"},
+            {"<a>" + value + "&lt;</a>", "a{" + value + "<}"},
+            {"<a>" + name + "&gt;" + value + "</a>", "a{" + name + ">" + value + "}"},
         };
         for (const auto& row : rows) {
             Parsed p(row.in, true);

@@ -189,7 +189,7 @@ bool TreeParser::appendText(const char* run, int len) {
         sb->appendN(run, len);
     }
     if (sb->hasFailed()) return false;
-    if (std::memchr(run, '&', static_cast<size_t>(len))) decodeEntities(*sb, from);
+    if (bytescan::holds(run, static_cast<size_t>(len), '&')) decodeEntities(*sb, from);
     return true;
 }
 
