@@ -27,8 +27,8 @@ class TreeNodeLinks {
     static ExtPtrArray* childArray(TreeNode* parent, int atLeast = 0) {
         if (parent->children) return parent->children;
         int cap = 5;
-        if (parent->prevSibling && parent->prevSibling->getNumChildren() > 0)
-            cap = parent->prevSibling->getNumChildren();
+        const ExtPtrArray* previous = parent->prevSibling ? parent->prevSibling->children : nullptr;
+        if (previous && previous->getSize() > 0) cap = previous->getSize();
         if (cap < atLeast) cap = atLeast;
         return parent->children = xmltree::WithRoom::array(cap);
     }
