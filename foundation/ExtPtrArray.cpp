@@ -60,9 +60,20 @@ bool ExtPtrArray::reserve(int capacity) {
                              m_items, static_cast<size_t>(capacity) * sizeof(void*)))
                        : moveSlots(m_items, m_size, m_cap, slotsInside(), capacity);
     if (!block) return false;
+    if (slotsInside()) {
+        const int inside = m_cap;
+        std::memcpy(m_inline, &inside, sizeof inside);
+    }
     m_items = block;
     m_cap = capacity;
     return true;
+}
+
+int ExtPtrArray::insideCapacity() const {
+    if (slotsInside()) return m_cap;
+    int inside;
+    std::memcpy(&inside, m_inline, sizeof inside);
+    return inside;
 }
 
 bool ExtPtrArray::grow() {

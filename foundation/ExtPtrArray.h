@@ -81,6 +81,10 @@ private:
     bool grow();  // room for at least one more element
     // The slots are the object's own (m_inline and any room after it).
     bool slotsInside() const { return m_items == m_inline; }
+    // How many slots the object holds: m_cap while they are in use, noted
+    // in m_inline once the slots have moved out (a made-with-room array's
+    // delete needs its block's size).
+    int insideCapacity() const;
 
     void** m_items;
     int m_size;

@@ -16,9 +16,6 @@ namespace xmltree {
 namespace {
 
 constexpr std::size_t kGrain = 8;
-// The most room that keeps a Base and its room in one pool block.
-template <class Base>
-constexpr std::size_t kMaxRoom = (SmallObjectPool::kMaxBlock - sizeof(Base)) / kGrain * kGrain;
 
 }  // namespace
 
@@ -57,7 +54,7 @@ AttributeSet* WithRoom::attributeSet(int count, std::size_t textBytes) {
     const std::size_t inline_ = AttributeSet::kInlineBytes;
     const std::size_t needed = count > 0 ? AttributeSet::bytesFor(count, textBytes) : 0;
     if (needed <= inline_) return pool::make<AttributeSet>();
-    if (needed - inline_ > kMaxSetRoom) {
+    if (needed - inline_ > kMaxRoom<AttributeSet>) {
         AttributeSet* set = new (std::nothrow) AttributeSet();
         if (set && !set->reserve(count, textBytes)) {
             delete set;
@@ -65,29 +62,20 @@ AttributeSet* WithRoom::attributeSet(int count, std::size_t textBytes) {
         }
         return set;
     }
-    return setWithRoom((needed - inline_ + kGrain - 1) / kGrain * kGrain);
+    return withRoom<AttributeSet>((needed - inline_ + kGrain - 1) / kGrain * kGrain);
 }
 
-namespace {
-// The block size of the set being deleted on this thread, from its
-// destructor to the operator delete that the same delete-expression calls
-// next. Nothing between them deletes another such set.
-thread_local std::size_t t_freeingSetBytes = 0;
-}  // namespace
-
-WithRoom::RoomySet::~RoomySet() {
-    t_freeingSetBytes = sizeof(AttributeSet) + (m_inlineCap - kInlineBytes);
+std::size_t& WithRoom::freeingBytes() {
+    thread_local std::size_t bytes = 0;
+    return bytes;
 }
 
-void WithRoom::RoomySet::operator delete(void* p) noexcept {
-    SmallObjectPool::deallocate(p, t_freeingSetBytes);
+std::size_t WithRoom::blockBytes(const AttributeSet& set) {
+    return sizeof(AttributeSet) + (set.m_inlineCap - AttributeSet::kInlineBytes);
 }
 
-ExtPtrArray* WithRoom::array(int capacity) {
-    if (capacity <= 1) return pool::make<ExtPtrArray>();
-    const std::size_t room = static_cast<std::size_t>(capacity - 1) * sizeof(void*);
-    if (room > kMaxRoom<ExtPtrArray>) return pool::make<ExtPtrArray>(capacity, 0);
-    return make<ExtPtrArray>(room);
+std::size_t WithRoom::blockBytes(const ExtPtrArray& array) {
+    return sizeof(ExtPtrArray) + static_cast<std::size_t>(array.insideCapacity() - 1) * sizeof(void*);
 }
 
 StringBuffer* WithRoom::textWithRoom(const char* s, int n) {

@@ -55,12 +55,21 @@ class WithRoom {
     // text() for a run past the inline bytes that a pool block holds with
     // the buffer.
     static StringBuffer* textWithRoom(const char* s, int n);
-    class RoomySet;
-    // A set with `room` bytes (a multiple of 8, at most kMaxSetRoom) after it
-    // in its pool block; null when memory runs out.
-    static AttributeSet* setWithRoom(std::size_t room);
-    static constexpr std::size_t kMaxSetRoom =
-        (SmallObjectPool::kMaxBlock - sizeof(AttributeSet)) / 8 * 8;
+    template <class Base>
+    class Roomy;
+    // The most room that keeps a Base and its room in one pool block.
+    template <class Base>
+    static constexpr std::size_t kMaxRoom =
+        (SmallObjectPool::kMaxBlock - sizeof(Base)) / 8 * 8;
+    // A Roomy<Base> with `room` bytes (a multiple of 8, at most
+    // kMaxRoom<Base>); null when memory runs out.
+    template <class Base>
+    static Base* withRoom(std::size_t room);
+    // The bytes of the pool block that an object made with room lies in.
+    static std::size_t blockBytes(const AttributeSet& set);
+    static std::size_t blockBytes(const ExtPtrArray& array);
+    // This thread's note of the block size for Roomy's operator delete.
+    static std::size_t& freeingBytes();
     template <class Base, std::size_t Bytes>
     class Sized;
     template <class Base, class... Args>
@@ -69,22 +78,27 @@ class WithRoom {
     static constexpr auto makers(std::index_sequence<I...>);
 };
 
-// A set followed in its pool block by room that continues its inline
-// storage. One class whatever the room, so that the parser makes it without
-// choosing among types: the block's size is read from the set as it is
-// destroyed and handed to the operator delete that follows.
-class WithRoom::RoomySet final : public AttributeSet {
+// An object followed in its pool block by room that continues its inline
+// storage. One class per base whatever the room, so that the parser makes
+// it with a plain allocation instead of a choice among types. A delete is
+// told only the class's size, so the destructor notes the block's size,
+// which the object knows, for the operator delete that the same delete
+// calls next; nothing run in between deletes another such object.
+template <class Base>
+class WithRoom::Roomy final : public Base {
   public:
-    explicit RoomySet(std::uint32_t room) : AttributeSet(room) {}
-    ~RoomySet() override;
-    // Frees the block whose size the destructor just noted.
-    static void operator delete(void* p) noexcept;
+    explicit Roomy(std::uint32_t room) : Base(room) {}
+    ~Roomy() override { freeingBytes() = blockBytes(*this); }
+    static void operator delete(void* p) noexcept {
+        SmallObjectPool::deallocate(p, freeingBytes());
+    }
     static void* operator new(std::size_t, void* where) noexcept { return where; }
 };
 
-XMLTREE_ALWAYS_INLINE AttributeSet* WithRoom::setWithRoom(std::size_t room) {
-    void* p = pool::allocateFast(sizeof(AttributeSet) + room);
-    return p ? new (p) RoomySet(static_cast<std::uint32_t>(room)) : nullptr;
+template <class Base>
+XMLTREE_ALWAYS_INLINE Base* WithRoom::withRoom(std::size_t room) {
+    void* p = pool::allocateFast(sizeof(Base) + room);
+    return p ? new (p) Roomy<Base>(static_cast<std::uint32_t>(room)) : nullptr;
 }
 
 inline AttributeSet* WithRoom::attributeSetOf(const Pair* pairs, int n, std::size_t textBytes) {
@@ -94,8 +108,8 @@ inline AttributeSet* WithRoom::attributeSetOf(const Pair* pairs, int n, std::siz
     AttributeSet* set;
     if (needed <= AttributeSet::kInlineBytes) {
         set = pool::make<AttributeSet>();
-    } else if (needed - AttributeSet::kInlineBytes <= kMaxSetRoom) {
-        set = setWithRoom((needed - AttributeSet::kInlineBytes + 7) / 8 * 8);
+    } else if (needed - AttributeSet::kInlineBytes <= kMaxRoom<AttributeSet>) {
+        set = withRoom<AttributeSet>((needed - AttributeSet::kInlineBytes + 7) / 8 * 8);
     } else {
         set = attributeSet(n, textBytes);
     }
@@ -126,6 +140,13 @@ inline AttributeSet* WithRoom::attributeSetOf(const Pair* pairs, int n, std::siz
     set->m_arenaSize = arena;
     set->m_count = n;
     return set;
+}
+
+inline ExtPtrArray* WithRoom::array(int capacity) {
+    if (capacity <= 1) return pool::make<ExtPtrArray>();
+    const std::size_t room = static_cast<std::size_t>(capacity - 1) * sizeof(void*);
+    if (room > kMaxRoom<ExtPtrArray>) return pool::make<ExtPtrArray>(capacity, 0);
+    return withRoom<ExtPtrArray>(room);
 }
 
 inline StringBuffer* WithRoom::text(const char* s, int n) {

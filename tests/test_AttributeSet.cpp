@@ -3,13 +3,9 @@
 // here, nulls, matching and the XML text.
 
 #include <random>
-#include <thread>
-#include <vector>
 
 #include "foundation/AttributeSet.h"
-#include "foundation/SmallObjectPool.h"
 #include "foundation/StringBuffer.h"
-#include "foundation/WithRoom.h"
 #include "tests/TestSupport.h"
 
 namespace {
@@ -61,42 +57,6 @@ TEST(AttributeSet, XmlOfLongAndDenselyEscapedValues) {
     const std::string want = " d=\"" + expected + "\" e=\"&amp;" + std::string(5000, 'x') +
                              "&lt;\" n=\"a" + std::string(1, '\0') + "&gt;b\"";
     EXPECT_EQ(std::string(out.getString(), out.getSize()), want);
-}
-
-// Sets made with room are one class whatever their room, so their delete
-// must find the block's size in the set itself: the block freed must come
-// back for a request of the size it was made with, and that size grows
-// with the pairs it was made for.
-TEST(AttributeSet, SetMadeWithRoomFreesItsWholeBlock) {
-    if (!SmallObjectPool::enabled()) GTEST_SKIP() << "pool is off in this build";
-    const struct {
-        int count;
-        size_t textBytes;
-    } cases[] = {{1, 20}, {2, 30}, {3, 60}, {6, 100}};
-    size_t previous = 0;
-    for (const auto& c : cases) {
-        size_t reusedAt = 0;
-        // A thread of its own: a fresh cache, where the freed block is the
-        // only free one and every other request is carved anew.
-        std::thread([&] {
-            void* anchor = SmallObjectPool::allocate(8);  // keeps the slab
-            AttributeSet* set = xmltree::WithRoom::attributeSet(c.count, c.textBytes);
-            ASSERT_NE(set, nullptr);
-            void* const where = set;
-            delete set;
-            std::vector<std::pair<void*, size_t>> taken;
-            for (size_t n = 8; n <= SmallObjectPool::kMaxBlock; n += 8) {
-                taken.emplace_back(SmallObjectPool::allocate(n), n);
-                if (taken.back().first == where) reusedAt = n;
-            }
-            for (const auto& t : taken)
-                SmallObjectPool::deallocate(t.first, t.second);
-            SmallObjectPool::deallocate(anchor, 8);
-        }).join();
-        EXPECT_GT(reusedAt, sizeof(AttributeSet)) << c.count;
-        EXPECT_GT(reusedAt, previous) << c.count;
-        previous = reusedAt;
-    }
 }
 
 }  // namespace

@@ -6,8 +6,11 @@
 #include <set>
 #include <thread>
 
+#include "foundation/AttributeSet.h"
+#include "foundation/ExtPtrArray.h"
 #include "foundation/SmallObjectPool.h"
 #include "foundation/StringBuffer.h"
+#include "foundation/WithRoom.h"
 #include "tests/TestSupport.h"
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -167,6 +170,60 @@ TEST(SmallObjectPool, BlocksFreedOnOtherThreadsComeBack) {
     std::thread([&] { freeAll(orphans); }).join();
     SmallObjectPool::trim();
     EXPECT_LE(SmallObjectPool::slabCount(), base);
+}
+
+// Sets and children arrays made with room are one class whatever their
+// room, so their delete finds the block's size in the object itself: the
+// freed block must come back for requests of the size it was made with, a
+// size that grows with what it was made for. An array whose slots have
+// moved out of it still frees the block it was made in.
+TEST(SmallObjectPool, ObjectsMadeWithRoomFreeTheirWholeBlock) {
+    REQUIRE_POOL();
+    // Makes and deletes one object on a thread of its own (a fresh cache,
+    // where the freed block is the only free one and every other request is
+    // carved anew) and returns the request size that gets its block back.
+    auto sizeReusing = [](auto makeAndDelete) {
+        size_t reusedAt = 0;
+        std::thread([&] {
+            void* const anchor = SmallObjectPool::allocate(8);  // keeps the slab
+            void* const where = makeAndDelete();
+            std::vector<std::pair<void*, size_t>> taken;
+            for (size_t n = 8; n <= SmallObjectPool::kMaxBlock; n += 8) {
+                taken.emplace_back(SmallObjectPool::allocate(n), n);
+                if (taken.back().first == where) reusedAt = n;
+            }
+            for (const auto& t : taken)
+                SmallObjectPool::deallocate(t.first, t.second);
+            SmallObjectPool::deallocate(anchor, 8);
+        }).join();
+        return reusedAt;
+    };
+    const struct {
+        int count;  // pairs or slots
+        size_t textBytes;
+    } rows[] = {{2, 20}, {3, 60}, {6, 100}};
+    size_t previousSet = sizeof(AttributeSet), previousArray = sizeof(ExtPtrArray);
+    for (const auto& row : rows) {
+        const size_t set = sizeReusing([&] {
+            AttributeSet* made = xmltree::WithRoom::attributeSet(row.count, row.textBytes);
+            delete made;
+            return static_cast<void*>(made);
+        });
+        EXPECT_GT(set, previousSet) << row.count;
+        previousSet = set;
+        for (const bool outgrown : {false, true}) {
+            const size_t array = sizeReusing([&] {
+                ExtPtrArray* made = xmltree::WithRoom::array(row.count);
+                for (int i = 0; i <= (outgrown ? row.count : 0); ++i)
+                    made->append(made);
+                EXPECT_EQ(made->getCapacity() > row.count, outgrown);
+                delete made;
+                return static_cast<void*>(made);
+            });
+            EXPECT_GT(array, previousArray) << row.count << outgrown;
+            if (outgrown) previousArray = array;
+        }
+    }
 }
 
 #ifdef POOL_TEST_ASAN
