@@ -22,7 +22,10 @@ constexpr std::size_t kGrain = 8;
 // A Base followed in its block by Bytes more bytes, which Base takes as the
 // continuation of its inline storage (its last member, ending where the
 // object ends). One class per size, so that deleting one through Base's
-// virtual destructor frees a block of the size it was made.
+// virtual destructor frees a block of the size it was made. Only texts are
+// made this way: a buffer whose text has moved to a block of its own keeps
+// no note of the room it had (it has no byte to spare), so it cannot be a
+// Roomy, which sets and arrays are.
 template <class Base, std::size_t Bytes>
 class WithRoom::Sized final : public Base {
   public:

@@ -8,7 +8,9 @@
 // holds them without a block of its own, which is one allocation and one
 // free fewer, and no inline bytes left unused in front of a separate block.
 // The objects are deleted as any other; once they outgrow the room they move
-// to a block of their own like any other.
+// to a block of their own like any other. Sets and arrays made with room are
+// one class each (Roomy, below), texts one class per size of room (Sized,
+// in WithRoom.cpp).
 
 #include <cstddef>
 #include <cstdint>

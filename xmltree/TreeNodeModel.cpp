@@ -15,7 +15,7 @@
 #include "xmltree/TreeInternal.h"
 #include "xmltree/TreeNode.h"
 
-static_assert(sizeof(void*) != 8 || sizeof(TreeNode) == 136,
+static_assert(sizeof(void*) != 8 || sizeof(TreeNode) == 128,
               "TreeNode grew: every element of every document pays for each byte");
 
 namespace {
