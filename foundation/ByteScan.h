@@ -154,7 +154,8 @@ inline bool holds(const char* p, size_t n, char c) {
         uint64_t head, tail;  // may overlap
         std::memcpy(&head, p, 8);
         std::memcpy(&tail, p + n - 8, 8);
-        const __m128i v = _mm_set_epi64x(static_cast<long long>(tail), static_cast<long long>(head));
+        const __m128i v =
+            _mm_set_epi64x(static_cast<long long>(tail), static_cast<long long>(head));
         return maskOf(bytesEqual(v, c)) != 0;
     }
     while (n != 0) {

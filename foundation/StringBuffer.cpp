@@ -137,7 +137,16 @@ void StringBuffer::holdExactly(const char* s, int n) {
 }
 
 // The text goes through m_data, which points at m_inline: it runs on into
-// the room after the object.
+// the room after the object. Out of line, so that the compiler does not
+// take the end of m_inline for the end of the text's storage.
+StringBuffer::StringBuffer(uint32_t room, const char* s, int n) : StringBuffer() {
+    m_cap = static_cast<uint32_t>(kInlineCapacity) + room;
+    m_roomGrains = (room / 8) & 0x7Fu;
+    m_size = static_cast<uint32_t>(n);
+    std::memcpy(m_data, s, m_size);
+    m_data[m_size] = '\0';
+}
+
 StringBuffer::StringBuffer(int capacity) : StringBuffer() {
     if (capacity > 0) growTo(static_cast<uint32_t>(capacity));
 }

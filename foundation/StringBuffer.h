@@ -38,7 +38,8 @@ public:
           m_cap(kInlineCapacity),
           m_valid(kAliveMark),
           m_cp(0),
-          m_failed(false) {
+          m_failed(false),
+          m_roomGrains(0) {
         m_inline[0] = '\0';
     }
     // Holds exactly the first n bytes of s (which need not be NUL-terminated).
@@ -230,12 +231,9 @@ private:
     // object is followed in its block by `room` more bytes, which continue
     // m_inline; it holds the n bytes at s there.
     friend class xmltree::WithRoom;
-    StringBuffer(uint32_t room, const char* s, int n) : StringBuffer() {
-        m_cap = static_cast<uint32_t>(kInlineCapacity) + room;
-        m_size = static_cast<uint32_t>(n);
-        std::memcpy(m_data, s, m_size);
-        m_data[m_size] = '\0';
-    }
+    // `room` is a multiple of 8, under 1024; n is at most kInlineCapacity +
+    // room.
+    StringBuffer(uint32_t room, const char* s, int n);
     static constexpr uint8_t kAliveMark = 0xA7;
     static constexpr uint8_t kDeadMark = 0x31;
 
@@ -283,7 +281,10 @@ private:
     uint32_t m_cap;   // bytes of text that fit, NUL excluded
     uint8_t m_valid;
     uint8_t m_cp;
-    bool m_failed;
+    bool m_failed : 1;
+    // The room after the object in its pool block, in 8-byte grains (made
+    // with room only): the object's own, whichever block the text is in.
+    uint8_t m_roomGrains : 7;
     char m_inline[kInlineCapacity + 1];
 };
 

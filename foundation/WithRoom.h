@@ -8,13 +8,10 @@
 // holds them without a block of its own, which is one allocation and one
 // free fewer, and no inline bytes left unused in front of a separate block.
 // The objects are deleted as any other; once they outgrow the room they move
-// to a block of their own like any other. Sets and arrays made with room are
-// one class each (Roomy, below), texts one class per size of room (Sized,
-// in WithRoom.cpp).
+// to a block of their own like any other.
 
 #include <cstddef>
 #include <cstdint>
-#include <utility>
 
 #include "foundation/AttributeSet.h"
 #include "foundation/ByteCopy.h"
@@ -54,30 +51,21 @@ class WithRoom {
     static ExtPtrArray* array(int capacity);
 
   private:
-    // text() for a run past the inline bytes that a pool block holds with
-    // the buffer.
-    static StringBuffer* textWithRoom(const char* s, int n);
     template <class Base>
     class Roomy;
     // The most room that keeps a Base and its room in one pool block.
     template <class Base>
-    static constexpr std::size_t kMaxRoom =
-        (SmallObjectPool::kMaxBlock - sizeof(Base)) / 8 * 8;
+    static constexpr std::size_t kMaxRoom = (SmallObjectPool::kMaxBlock - sizeof(Base)) / 8 * 8;
     // A Roomy<Base> with `room` bytes (a multiple of 8, at most
-    // kMaxRoom<Base>); null when memory runs out.
-    template <class Base>
-    static Base* withRoom(std::size_t room);
+    // kMaxRoom<Base>), made from args; null when memory runs out.
+    template <class Base, class... Args>
+    static Base* withRoom(std::size_t room, Args... args);
     // The bytes of the pool block that an object made with room lies in.
     static std::size_t blockBytes(const AttributeSet& set);
     static std::size_t blockBytes(const ExtPtrArray& array);
+    static std::size_t blockBytes(const StringBuffer& text);
     // This thread's note of the block size for Roomy's operator delete.
     static std::size_t& freeingBytes();
-    template <class Base, std::size_t Bytes>
-    class Sized;
-    template <class Base, class... Args>
-    static Base* make(std::size_t bytes, Args... args);
-    template <class Base, class... Args, std::size_t... I>
-    static constexpr auto makers(std::index_sequence<I...>);
 };
 
 // An object followed in its pool block by room that continues its inline
@@ -89,7 +77,8 @@ class WithRoom {
 template <class Base>
 class WithRoom::Roomy final : public Base {
   public:
-    explicit Roomy(std::uint32_t room) : Base(room) {}
+    template <class... Args>
+    explicit Roomy(std::uint32_t room, Args... args) : Base(room, args...) {}
     ~Roomy() override { freeingBytes() = blockBytes(*this); }
     static void operator delete(void* p) noexcept {
         SmallObjectPool::deallocate(p, freeingBytes());
@@ -97,10 +86,10 @@ class WithRoom::Roomy final : public Base {
     static void* operator new(std::size_t, void* where) noexcept { return where; }
 };
 
-template <class Base>
-XMLTREE_ALWAYS_INLINE Base* WithRoom::withRoom(std::size_t room) {
+template <class Base, class... Args>
+XMLTREE_ALWAYS_INLINE Base* WithRoom::withRoom(std::size_t room, Args... args) {
     void* p = pool::allocateFast(sizeof(Base) + room);
-    return p ? new (p) Roomy<Base>(static_cast<std::uint32_t>(room)) : nullptr;
+    return p ? new (p) Roomy<Base>(static_cast<std::uint32_t>(room), args...) : nullptr;
 }
 
 inline AttributeSet* WithRoom::attributeSetOf(const Pair* pairs, int n, std::size_t textBytes) {
@@ -153,7 +142,10 @@ inline ExtPtrArray* WithRoom::array(int capacity) {
 
 inline StringBuffer* WithRoom::text(const char* s, int n) {
     if (n <= StringBuffer::kInlineCapacity) return pool::make<StringBuffer>(s, n, 0);
-    return textWithRoom(s, n);
+    const std::size_t over = static_cast<std::size_t>(n) - StringBuffer::kInlineCapacity;
+    const std::size_t room = (over + 7) / 8 * 8;
+    if (room > kMaxRoom<StringBuffer>) return pool::make<StringBuffer>(s, n, 0);
+    return withRoom<StringBuffer>(room, s, n);
 }
 
 }  // namespace xmltree

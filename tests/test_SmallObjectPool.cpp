@@ -4,6 +4,7 @@
 #include <new>
 #include <random>
 #include <set>
+#include <string>
 #include <thread>
 
 #include "foundation/AttributeSet.h"
@@ -172,11 +173,11 @@ TEST(SmallObjectPool, BlocksFreedOnOtherThreadsComeBack) {
     EXPECT_LE(SmallObjectPool::slabCount(), base);
 }
 
-// Sets and children arrays made with room are one class whatever their
-// room, so their delete finds the block's size in the object itself: the
-// freed block must come back for requests of the size it was made with, a
-// size that grows with what it was made for. An array whose slots have
-// moved out of it still frees the block it was made in.
+// Sets, children arrays and texts made with room are one class whatever
+// their room, so their delete finds the block's size in the object itself:
+// the freed block must come back for requests of the size it was made
+// with, a size that grows with what it was made for. An array or a text
+// that has moved out of its room still frees the block it was made in.
 TEST(SmallObjectPool, ObjectsMadeWithRoomFreeTheirWholeBlock) {
     REQUIRE_POOL();
     // Makes and deletes one object on a thread of its own (a fresh cache,
@@ -201,8 +202,9 @@ TEST(SmallObjectPool, ObjectsMadeWithRoomFreeTheirWholeBlock) {
     const struct {
         int count;  // pairs or slots
         size_t textBytes;
-    } rows[] = {{2, 20}, {3, 60}, {6, 100}};
+    } rows[] = {{2, 30}, {3, 60}, {6, 100}};
     size_t previousSet = sizeof(AttributeSet), previousArray = sizeof(ExtPtrArray);
+    size_t previousText = sizeof(StringBuffer);
     for (const auto& row : rows) {
         const size_t set = sizeReusing([&] {
             AttributeSet* made = xmltree::WithRoom::attributeSet(row.count, row.textBytes);
@@ -222,6 +224,17 @@ TEST(SmallObjectPool, ObjectsMadeWithRoomFreeTheirWholeBlock) {
             });
             EXPECT_GT(array, previousArray) << row.count << outgrown;
             if (outgrown) previousArray = array;
+            const std::string run(row.textBytes, 'x');
+            const size_t text = sizeReusing([&] {
+                StringBuffer* made =
+                    xmltree::WithRoom::text(run.data(), static_cast<int>(run.size()));
+                if (outgrown) made->append(run.c_str());
+                EXPECT_EQ(made->getSize(), static_cast<int>(run.size() * (outgrown ? 2 : 1)));
+                delete made;
+                return static_cast<void*>(made);
+            });
+            EXPECT_GT(text, previousText) << row.textBytes << outgrown;
+            if (outgrown) previousText = text;
         }
     }
 }
