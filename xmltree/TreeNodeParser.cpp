@@ -270,7 +270,19 @@ TreeParser::Step TreeParser::openingTag(const char*& pos) {
         }
     }
     pos = p;
-    if ((numPending != 0 && !flushAttributes(node)) || failed || decoded.hasFailed()) return kFail;
+    if (numPending != 0) {
+        // The common case, a fresh element whose pairs are all in the text,
+        // makes its set here rather than through a call.
+        if (!node->attributes && !pendingInDecoded) {
+            node->attributes = xmltree::WithRoom::attributeSetOf(pending, numPending, pendingBytes);
+            numPending = 0;
+            pendingBytes = 0;
+            if (!node->attributes) return kFail;
+        } else if (!flushAttributes(node)) {
+            return kFail;
+        }
+    }
+    if (failed || decoded.hasFailed()) return kFail;
     if (setGrew) {
         if (node->attributes) node->attributes->shrinkToFit();
         setGrew = false;
