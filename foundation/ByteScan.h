@@ -83,6 +83,14 @@ inline bool isNameByte(unsigned char c) {
     return kNames.tag[c] == kNameByte;
 }
 
+// StringBuffer::isBadXmlNameStart for the first byte of a clean name, in one
+// test: '-', '.' and the digits span '-' to '9' but for '/', which is never
+// a name byte.
+static_assert(!StringBuffer::isXmlNameByte('/'), "'/' lies inside the range tested");
+inline bool isBadCleanNameStart(char c) {
+    return static_cast<unsigned char>(c - '-') <= '9' - '-';
+}
+
 inline const char* scanToNameEnd(const char* p, const unsigned char (&cls)[256]) {
     while (cls[static_cast<unsigned char>(*p)] != kNameEnd)
         ++p;

@@ -353,7 +353,7 @@ const char* TreeParser::attribute(const char* p, TreeNode* node) {
     PendingAttr a{name, nameLen, "", 0, -1};
     if (*p == '=') p = scanValue(skipWs(p + 1), a);
     if (nameLen == 0) return p;
-    if (clean && !StringBuffer::isBadXmlNameStart(name[0])) {
+    if (clean && !bytescan::isBadCleanNameStart(name[0])) {
         if (numPending == kMaxPending && !flushAttributes(node)) failed = true;
         pending[numPending] = {a.name, a.nameLen, a.value, a.valueLen};
         pendingDecoded[numPending++] = a.decodedAt;
