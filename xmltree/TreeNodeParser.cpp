@@ -152,7 +152,16 @@ TreeParser::Step TreeParser::textRun(const char*& pos) {
             --runEnd;
     }
     if (runEnd > start) {
-        if (!appendText(start, static_cast<int>(runEnd - start))) return kFail;
+        const int len = static_cast<int>(runEnd - start);
+        if (trim && !cur->content && !notes) {
+            // The common case, an element's first text, is stored here rather
+            // than through a call; a buffer that cannot be made drops the run.
+            StringBuffer* sb = xmltree::WithRoom::text(start, len);
+            cur->content = sb;
+            if (sb && bytescan::holds(start, static_cast<size_t>(len), '&')) decodeEntities(*sb, 0);
+        } else if (!appendText(start, len)) {
+            return kFail;
+        }
     } else if (!trim && wsRun.getSize() > 0 && cur->getNumChildren() == 0) {
         if (!appendWhitespaceOnly()) return kFail;
     }
