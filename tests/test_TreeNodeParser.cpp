@@ -121,6 +121,7 @@ const Case kCases[] = {
     {"<a><![CDATA[&amp;]]>lost<b/>kept</a>", true, "a{&amp; kept}![b]"},
     {"<a>  <![CDATA[ z ]]></a>", false, "a{ z }!"},
     {"<a><![CDATA[abc]", true, "a{abc]}!"},
+    {"<a><![CDATA[]]]><![CDATA[]]></a>", true, "a{]}!"},
     {"<![CDATA[x]]><a/>", true, "a"},
     {"<a>x<!--note-->y</a>", true, "a{x y}"},
     {"<a>x<!-->y</a>", true, "a{x y}"},

@@ -58,18 +58,19 @@ TreeParser::Step TreeParser::cdataSection() {
     int& c = e.cursor;
     for (;;) {
         c += 9;
+        // The section runs to the first "]]>" or the end of the text.
+        const char* const start = t + c;
+        const char* end = bytescan::findCharOrEnd(start, ']');
+        while (*end != '\0' && !(end[1] == ']' && end[2] == '>'))
+            end = bytescan::findCharOrEnd(end + 1, ']');
+        const int len = static_cast<int>(end - start);
         if (!cur->content) {
-            cur->content = StringBuffer::createNewSB(120);
+            cur->content = xmltree::WithRoom::text(start, len);
             if (!cur->content) return kFail;
+        } else if (!cur->content->appendN(start, len)) {
+            return kFail;
         }
-        StringBuffer& sb = *cur->content;
-        e.captureToNextChar(']', sb);
-        while (t[c] != '\0' && !(t[c + 1] == ']' && t[c + 2] == '>')) {
-            sb.appendChar(']');
-            ++c;
-            e.captureToNextChar(']', sb);
-        }
-        if (sb.hasFailed()) return kFail;
+        c += len;
         if (t[c] != '\0') c += 3;
         cur->cdata = true;
         if (t[c] != '<') {
