@@ -175,6 +175,22 @@ inline bool holds(const char* p, size_t n, char c) {
 #endif
 }
 
+// The first occurrence of s in the text at p, or null. The parser's
+// delimiters ("-->", "?>") are short and their last byte is rare, so for up
+// to four bytes the search jumps from one such byte to the next and
+// compares the bytes before it; longer ones go to strstr, which stays
+// linear whatever the text.
+inline const char* findText(const char* p, const char* s) {
+    const size_t n = std::strlen(s);
+    if (n == 0 || n > 4) return std::strstr(p, s);
+    for (const char* q = findCharOrEnd(p, s[n - 1]); *q != '\0';
+         q = findCharOrEnd(q + 1, s[n - 1])) {
+        if (static_cast<size_t>(q - p) >= n - 1 && std::memcmp(q - (n - 1), s, n - 1) == 0)
+            return q - (n - 1);
+    }
+    return nullptr;
+}
+
 // The first byte at or after p that is not whitespace.
 inline const char* skipWsRun(const char* p, const char* end) {
 #if defined(__SSE2__)

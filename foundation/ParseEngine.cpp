@@ -144,7 +144,7 @@ bool ParseEngine::skipUntilChar2(char first, char second) {
 bool ParseEngine::seekAndSkipExact(const char* s) {
     if (!s) s = "";
     const char* start = textPtr + cursor;
-    const char* hit = std::strstr(start, s);
+    const char* hit = bytescan::findText(start, s);
     if (!hit) {
         cursor += static_cast<int>(std::strlen(start));
         return false;
@@ -156,7 +156,7 @@ bool ParseEngine::seekAndSkipExact(const char* s) {
 void ParseEngine::seekAndCopy(const char* s, StringBuffer& out) {
     if (!s) s = "";
     const char* start = textPtr + cursor;
-    const char* hit = std::strstr(start, s);
+    const char* hit = bytescan::findText(start, s);
     const char* stop = hit ? hit + std::strlen(s) : start + std::strlen(start);
     captureSpan(start, static_cast<int>(stop - start), out);
 }

@@ -125,6 +125,7 @@ const Case kCases[] = {
     {"<![CDATA[x]]><a/>", true, "a"},
     {"<a>x<!--note-->y</a>", true, "a{x y}"},
     {"<a>x<!-->y</a>", true, "a{x y}"},
+    {"<a>x<!-- -> > -- >--->y<?p >?x?>z</a>", true, "a{x y z}"},
     {"<!ELEMENT r ANY><r>a<!foo bar>b</r>", true, "r{a b}"},
     {"<?xml version='1.0' standalone=yes?>\n<r/>", true, "<none>"},
 };
