@@ -11,19 +11,13 @@
 
 namespace xmltree {
 
-AttributeSet* WithRoom::attributeSet(int count, std::size_t textBytes) {
-    const std::size_t inline_ = AttributeSet::kInlineBytes;
-    const std::size_t needed = count > 0 ? AttributeSet::bytesFor(count, textBytes) : 0;
-    if (needed <= inline_) return pool::make<AttributeSet>();
-    if (needed - inline_ > kMaxRoom<AttributeSet>) {
-        AttributeSet* set = new (std::nothrow) AttributeSet();
-        if (set && !set->reserve(count, textBytes)) {
-            delete set;
-            return nullptr;
-        }
-        return set;
+AttributeSet* WithRoom::largeSet(int count, std::size_t textBytes) {
+    AttributeSet* set = new (std::nothrow) AttributeSet();
+    if (set && !set->reserve(count, textBytes)) {
+        delete set;
+        return nullptr;
     }
-    return withRoom<AttributeSet>((needed - inline_ + 7) / 8 * 8);
+    return set;
 }
 
 std::size_t& WithRoom::freeingBytes() {

@@ -56,6 +56,12 @@ class WithRoom {
     // The most room that keeps a Base and its room in one pool block.
     template <class Base>
     static constexpr std::size_t kMaxRoom = (SmallObjectPool::kMaxBlock - sizeof(Base)) / 8 * 8;
+    // Room for `bytes` more bytes: pool blocks come in multiples of 8.
+    static constexpr std::size_t roomFor(std::size_t bytes) { return (bytes + 7) / 8 * 8; }
+    // attributeSet() for pairs that take `needed` bytes of the set's storage.
+    static AttributeSet* setFor(std::size_t needed, int count, std::size_t textBytes);
+    // attributeSet() for pairs that would not fit a pool block with the set.
+    static AttributeSet* largeSet(int count, std::size_t textBytes);
     // A Roomy<Base> with `room` bytes (a multiple of 8, at most
     // kMaxRoom<Base>), made from args; null when memory runs out.
     template <class Base, class... Args>
@@ -92,18 +98,20 @@ XMLTREE_ALWAYS_INLINE Base* WithRoom::withRoom(std::size_t room, Args... args) {
     return p ? new (p) Roomy<Base>(static_cast<std::uint32_t>(room), args...) : nullptr;
 }
 
+inline AttributeSet* WithRoom::attributeSet(int count, std::size_t textBytes) {
+    return setFor(count > 0 ? AttributeSet::bytesFor(count, textBytes) : 0, count, textBytes);
+}
+
+inline AttributeSet* WithRoom::setFor(std::size_t needed, int count, std::size_t textBytes) {
+    if (needed <= AttributeSet::kInlineBytes) return pool::make<AttributeSet>();
+    const std::size_t room = roomFor(needed - AttributeSet::kInlineBytes);
+    if (room > kMaxRoom<AttributeSet>) return largeSet(count, textBytes);
+    return withRoom<AttributeSet>(room);
+}
+
 inline AttributeSet* WithRoom::attributeSetOf(const Pair* pairs, int n, std::size_t textBytes) {
-    // Most tags' pairs fit the set's own bytes: that set is made here, the
-    // rest as attributeSet makes them.
-    const std::uint64_t needed = AttributeSet::bytesFor(n, textBytes);
-    AttributeSet* set;
-    if (needed <= AttributeSet::kInlineBytes) {
-        set = pool::make<AttributeSet>();
-    } else if (needed - AttributeSet::kInlineBytes <= kMaxRoom<AttributeSet>) {
-        set = withRoom<AttributeSet>((needed - AttributeSet::kInlineBytes + 7) / 8 * 8);
-    } else {
-        set = attributeSet(n, textBytes);
-    }
+    const std::size_t needed = AttributeSet::bytesFor(n, textBytes);
+    AttributeSet* set = setFor(needed, n, textBytes);
     if (!set) return nullptr;
     // The pairs are written without a check each, so the room is checked
     // here once rather than trusted.
@@ -142,8 +150,7 @@ inline ExtPtrArray* WithRoom::array(int capacity) {
 
 inline StringBuffer* WithRoom::text(const char* s, int n) {
     if (n <= StringBuffer::kInlineCapacity) return pool::make<StringBuffer>(s, n, 0);
-    const std::size_t over = static_cast<std::size_t>(n) - StringBuffer::kInlineCapacity;
-    const std::size_t room = (over + 7) / 8 * 8;
+    const std::size_t room = roomFor(static_cast<std::size_t>(n) - StringBuffer::kInlineCapacity);
     if (room > kMaxRoom<StringBuffer>) return pool::make<StringBuffer>(s, n, 0);
     return withRoom<StringBuffer>(room, s, n);
 }

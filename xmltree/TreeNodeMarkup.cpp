@@ -60,10 +60,8 @@ TreeParser::Step TreeParser::cdataSection() {
         c += 9;
         // The section runs to the first "]]>" or the end of the text.
         const char* const start = t + c;
-        const char* end = bytescan::findCharOrEnd(start, ']');
-        while (*end != '\0' && !(end[1] == ']' && end[2] == '>'))
-            end = bytescan::findCharOrEnd(end + 1, ']');
-        const int len = static_cast<int>(end - start);
+        const char* end = bytescan::findText(start, "]]>");
+        const int len = end ? static_cast<int>(end - start) : static_cast<int>(std::strlen(start));
         if (!cur->content) {
             cur->content = xmltree::WithRoom::text(start, len);
             if (!cur->content) return kFail;

@@ -283,10 +283,7 @@ TreeParser::Step TreeParser::openingTag(const char*& pos) {
         // The common case, a fresh element whose pairs are all in the text,
         // makes its set here rather than through a call.
         if (!node->attributes && !pendingInDecoded) {
-            node->attributes = xmltree::WithRoom::attributeSetOf(pending, numPending, pendingBytes);
-            numPending = 0;
-            pendingBytes = 0;
-            if (!node->attributes) return kFail;
+            if (!firstSet(node)) return kFail;
         } else if (!flushAttributes(node)) {
             return kFail;
         }
@@ -412,23 +409,29 @@ const char* TreeParser::scanValue(const char* p, PendingAttr& a) {
     return isQuote(*end) ? end + 1 : end;
 }
 
+// The pending pairs, their values pointed at, as the node's first set,
+// sized for them; false when memory runs out.
+bool TreeParser::firstSet(TreeNode* node) {
+    node->attributes = xmltree::WithRoom::attributeSetOf(pending, numPending, pendingBytes);
+    numPending = 0;
+    pendingBytes = 0;
+    return node->attributes != nullptr;
+}
+
 // Stores the pending attributes; false when memory runs out.
 bool TreeParser::flushAttributes(TreeNode* node) {
     if (numPending == 0) return true;
+    if (pendingInDecoded) {
+        pendingInDecoded = false;
+        for (int i = 0; i < numPending; ++i) {
+            if (pendingDecoded[i] >= 0) pending[i].value = decoded.getString() + pendingDecoded[i];
+        }
+    }
+    if (!node->attributes) return firstSet(node);
     const int n = numPending;
     const size_t bytes = pendingBytes;
     numPending = 0;
     pendingBytes = 0;
-    if (pendingInDecoded) {
-        pendingInDecoded = false;
-        for (int i = 0; i < n; ++i) {
-            if (pendingDecoded[i] >= 0) pending[i].value = decoded.getString() + pendingDecoded[i];
-        }
-    }
-    if (!node->attributes) {
-        node->attributes = xmltree::WithRoom::attributeSetOf(pending, n, bytes);  // sized for them
-        return node->attributes != nullptr;
-    }
     AttributeSet* set = node->attributes;
     if (!set->reserve(n, bytes)) return false;
     setGrew = true;

@@ -76,6 +76,7 @@ class TreeParser {
     };
     XMLTREE_HOT_STEP const char* attribute(const char* p, TreeNode* node);
     XMLTREE_HOT_STEP const char* scanValue(const char* p, PendingAttr& a);
+    XMLTREE_HOT_STEP bool firstSet(TreeNode* node);
     bool flushAttributes(TreeNode* node);
     Step cdataSection();
     Step bangDeclaration();
